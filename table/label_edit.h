@@ -1,0 +1,13 @@
+// The label edits of the delete and change modes, done on the tokens of the
+// label table so comments, empty lines and order survive.
+#pragma once
+
+// Removes every entry labelled `label`; returns how many.
+int parse_hba_addr_conf_delete(const char *label);
+
+// Renames old_label to new_label in every entry; returns how many, 0 when
+// old_label is absent, -1 when new_label breaks the label rule or a first
+// word has no comma.
+int parse_hba_addr_conf_change(const char *old_label, const char *new_label);
+
+void print_new_label_syntax();
