@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstddef>
 #include <cstdarg>
+#include <memory>
 
 // Destination bit: the log file (the only destination there is).
 constexpr unsigned USER_LOG_FILE = 4;
@@ -20,8 +21,14 @@ struct UserLog {
     int32_t generations = 0;
     int fd = -1;
     FILE *stream = nullptr;
-    char *msg_buf = nullptr;      // owned, msg_buf_size bytes
+    std::unique_ptr<char[]> msg_buf;  // the record's message; rotation scratch
     uint32_t msg_buf_size = 0;
+
+    UserLog() = default;
+    UserLog(const UserLog &) = delete;
+    UserLog &operator=(const UserLog &) = delete;
+    ~UserLog();
+    void close_file();
 };
 
 // Opens the log; on failure returns null with *code (when given) and errno

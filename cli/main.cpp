@@ -1,0 +1,125 @@
+// slotag: keeps the label table of the host bus adapters in hot-plug slots
+// and registers it with the hot-plug driver. One run is one pass: root check,
+// log, lock, command line, table load, one mode, end line.
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "cli/open_retry.h"
+#include "cli/options.h"
+#include "cli/report.h"
+#include "cli/user_log.h"
+#include "hotplug/register.h"
+#include "resolve/add.h"
+#include "table/hba_addr_conf.h"
+#include "table/label_edit.h"
+#include "table/table_writer.h"
+
+namespace {
+
+constexpr const char *LOG_PATH = "/var/opt/KVTPslotag/log/user.log";
+constexpr int32_t LOG_SIZE_LIMIT = 0x100000;
+constexpr int32_t LOG_GENERATIONS = 4;
+constexpr const char *LOCK_PATH = "/var/opt/KVTPslotag/lock/.slotag.lock";
+
+// Every way out of a run after the log is open logs the place it ended.
+[[noreturn]] void finish(unsigned site, int status)
+{
+    log_info("end(%x).\n", site);
+    exit(status);
+}
+
+[[noreturn]] void run_change(char **operands)
+{
+    int r = parse_hba_addr_conf_change(operands[0], operands[1]);
+    if (r == -1)
+        finish(0x102c, 8);
+    if (r == 0) {
+        print_error("label %s is not found.\n", operands[0]);
+        exit(8);
+    }
+    if (register_hba_info() == -1)
+        finish(0x1035, 20);
+    if (write_hba_addr_conf(g_options.out_file) == -1)
+        finish(0x103b, 32);
+    finish(0x103f, 0);
+}
+
+[[noreturn]] void run_delete(int count, char **operands)
+{
+    bool deleted = false;
+    for (int i = 0; i < count; i++) {
+        if (parse_hba_addr_conf_delete(operands[i]) > 0)
+            deleted = true;
+        else
+            print_error("label %s is not found.\n", operands[i]);
+    }
+    if (!deleted)
+        finish(0x1058, 12);
+    if (register_hba_info() == -1)
+        finish(0x105e, 20);
+    if (write_hba_addr_conf(g_options.out_file) == -1)
+        finish(0x1064, 32);
+    finish(0x1069, 0);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    if (geteuid() != 0) {
+        print_error("must run as root.\n");
+        return 1;
+    }
+    uint32_t code = 0;
+    g_user_log = user_log_open(program_invocation_short_name, LOG_PATH, LOG_SIZE_LIMIT,
+                               LOG_GENERATIONS, &code);
+    if (!g_user_log) {
+        print_error("initialization failed(%x).\n", code);
+        return 2;
+    }
+    log_info("start.\n");
+
+    // The descriptor stays open: the lock lasts until the process ends.
+    int lock_fd = open_retry(LOCK_PATH, O_RDWR);
+    if (lock_fd == -1)
+        finish(0xfce, 10);
+    if (lockf_retry(lock_fd, F_TLOCK, 0, LOCK_PATH) != 0)
+        finish(0xfd3, 11);
+
+    if (parse_option(argc, argv) == -1)
+        finish(0xfda, 3);
+    const CommandOptions &o = g_options;
+    log_info("option %d %d %d %d\n", o.mode_add, o.mode_delete, o.mode_list, o.mode_register);
+
+    LineReaderStatus status = 0;
+    if (load_hba_addr_conf(o.conf_file, option_timeout_ms(), &status) == -1) {
+        report_access_failure(o.conf_file, status, 0xff4);
+        finish(0xff5, 4);
+    }
+
+    char **operands = argv + optind;
+    int operand_count = argc - optind;
+    if (o.mode_list) {
+        if (write_hba_addr_conf(nullptr) == -1)
+            finish(0x1002, 30);
+        finish(0x1006, 0);
+    }
+    if (o.mode_add) {
+        if (parse_hba_addr_conf_add(argc, argv) < 1)
+            finish(0x1012, 6);
+        if (register_hba_info() == -1)
+            finish(0x1018, 7);
+        if (write_hba_addr_conf(o.out_file) == -1)
+            finish(0x101e, 31);
+        finish(0x1022, 0);
+    }
+    if (o.mode_change)
+        run_change(operands);
+    if (o.mode_delete)
+        run_delete(operand_count, operands);
+    if (register_hba_info() == -1)
+        finish(0x1072, 9);
+    finish(0x1076, 0);
+}

@@ -1,0 +1,50 @@
+// The label table file: loaded whole at start and checked for syntax only;
+// the busIDs are parsed when the table is registered.
+#include "table/hba_addr_conf.h"
+
+#include "cli/report.h"
+
+TokenList hba_addr_table;
+
+namespace {
+
+bool printable_non_blank(unsigned char c) { return c >= 0x21 && c <= 0x7e; }
+
+} // namespace
+
+int check_hba_addr_conf(void *user)
+{
+    auto *c = static_cast<TokenCollector *>(user);
+    uint32_t highest_field = 0;
+    unsigned errors = 0;
+    for (const LineToken &t : *c->list) {
+        if (t.is_line_start())
+            highest_field = 0;
+        if (t.is_word()) {
+            if (t.field > highest_field)
+                highest_field = t.field;
+            for (size_t i = 0; i < t.text.size(); i++) {
+                if (!printable_non_blank(static_cast<unsigned char>(t.text[i]))) {
+                    log_err("%s(%d:%d): badly formed line in file(%x).\n", c->file_name,
+                            static_cast<int>(t.line), static_cast<int>(t.column + i), 0x25a);
+                    errors++;
+                }
+            }
+        } else if (t.is_eol() && highest_field != 0 && highest_field != 2) {
+            log_err("%s(%d:%d): badly formed line in file(%x).\n", c->file_name,
+                    static_cast<int>(t.line), static_cast<int>(t.column), 0x263);
+            errors++;
+        }
+    }
+    return errors ? -1 : 1;
+}
+
+int load_hba_addr_conf(const char *conf_file, int32_t timeout_ms, LineReaderStatus *status)
+{
+    TokenCollector collector;
+    collector.list = &hba_addr_table;
+    collector.file_name = conf_file;
+    LineReaderCallbacks callbacks = {token_list_init, token_list_append, check_hba_addr_conf,
+                                     &collector};
+    return read_lines(conf_file, -1, timeout_ms, &callbacks, status);
+}

@@ -1,0 +1,110 @@
+// Label edits. The label of an entry is its first word up to the first
+// comma; the rest of the word (the resolved device) is never touched.
+#include "table/label_edit.h"
+
+#include <cstdio>
+#include <cstring>
+#include <string>
+#include <string_view>
+
+#include "cli/report.h"
+#include "table/hba_addr_conf.h"
+
+namespace {
+
+// The first word of a line. An empty line's end-of-line token also starts
+// its line, but is no word and so never a label.
+bool is_first_word(const LineToken &t) { return t.is_line_start() && t.is_word(); }
+
+// The label of a first word, or false when the word has no comma.
+bool label_of(const LineToken &t, std::string_view &label)
+{
+    size_t comma = t.text.find(',');
+    if (comma == std::string::npos)
+        return false;
+    label = std::string_view(t.text).substr(0, comma);
+    return true;
+}
+
+bool alnum_or_slash(unsigned char c)
+{
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '/';
+}
+
+bool label_first_char(unsigned char c) { return alnum_or_slash(c); }
+
+bool label_other_char(unsigned char c)
+{
+    return alnum_or_slash(c) || c == '-' || c == '_' || c == '.' || c == ':';
+}
+
+} // namespace
+
+void print_new_label_syntax()
+{
+    fputs("ERROR: invalid character used in NEW-LABEL.\n"
+          "ERROR:   the first character  is   a-z  A-Z  0-9  /\n"
+          "ERROR:   the other characters are  a-z  A-Z  0-9  /  -  _  .  :\n",
+          stderr);
+}
+
+int parse_hba_addr_conf_delete(const char *label)
+{
+    int count = 0;
+    bool in_deleted_line = false;
+    for (LineToken &t : hba_addr_table) {
+        if (is_first_word(t)) {
+            std::string_view l;
+            if (label_of(t, l) && l == label) {
+                t.flags |= TOKEN_DELETED;
+                count++;
+                in_deleted_line = true;
+            }
+            continue;
+        }
+        // A comment after the words of a deleted line goes with its line:
+        // left behind, it would be written in front of the next line's
+        // words and turn that entry into a comment.
+        if (in_deleted_line)
+            t.flags |= TOKEN_DELETED;
+        if (t.is_eol())
+            in_deleted_line = false;
+    }
+    hba_addr_table.remove_if([](const LineToken &t) { return (t.flags & TOKEN_DELETED) != 0; });
+    return count;
+}
+
+int parse_hba_addr_conf_change(const char *old_label, const char *new_label)
+{
+    const auto *n = reinterpret_cast<const unsigned char *>(new_label);
+    if (!label_first_char(n[0])) {
+        print_new_label_syntax();
+        log_callee("parse_hba_addr_conf_change", 0x90d);
+        return -1;
+    }
+    for (size_t i = 1; n[i]; i++) {
+        if (!label_other_char(n[i])) {
+            print_new_label_syntax();
+            log_callee("parse_hba_addr_conf_change", 0x918);
+            return -1;
+        }
+    }
+
+    int count = 0;
+    for (LineToken &t : hba_addr_table) {
+        if (!is_first_word(t))
+            continue;
+        std::string_view label;
+        if (!label_of(t, label)) {
+            log_callee("parse_hba_addr_conf_change", 0x932);
+            return -1;
+        }
+        if (label == old_label) {
+            std::string rest = t.text.substr(label.size() + 1);
+            t.text = std::string(new_label) + ',' + rest;
+            t.size = static_cast<uint32_t>(t.text.size() + 1);
+            count++;
+        }
+    }
+    return count;
+}

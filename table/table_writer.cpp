@@ -1,0 +1,226 @@
+// Writing the table back. A file is replaced whole: the new table goes to a
+// temporary file beside it, is synced, the old versions move to .1 ... .10,
+// and a rename puts the new one in place. Hang-up, interrupt and terminate
+// are held off meanwhile so no signal leaves a half-written table.
+#include "table/table_writer.h"
+
+#include <cerrno>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <string>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "cli/report.h"
+#include "cli/user_log.h"
+#include "table/hba_addr_conf.h"
+
+namespace {
+
+constexpr int32_t TABLE_GENERATIONS = 10;
+
+// Restores the signal mask it was given on every way out.
+class SignalHold {
+public:
+    explicit SignalHold(const sigset_t &previous) : previous_(previous) {}
+    ~SignalHold()
+    {
+        if (sigprocmask(SIG_SETMASK, &previous_, nullptr) == -1)
+            log_info("could not set unblocked signals(%d).\n", errno);
+    }
+    SignalHold(const SignalHold &) = delete;
+    SignalHold &operator=(const SignalHold &) = delete;
+
+private:
+    sigset_t previous_;
+};
+
+// The temporary file: removed on every way out unless it became the table.
+class TempFile {
+public:
+    explicit TempFile(char *name) : name_(name) {}
+    ~TempFile()
+    {
+        if (stream_)
+            fclose(stream_);
+        else if (fd_ >= 0)
+            close(fd_);
+        if (remove_)
+            unlink(name_);
+    }
+    TempFile(const TempFile &) = delete;
+    TempFile &operator=(const TempFile &) = delete;
+
+    bool create(const char *template_name)
+    {
+        fd_ = mkostemp(name_, O_CLOEXEC);
+        if (fd_ == -1) {
+            report_io_error(template_name, errno, 0xf39);
+            return false;
+        }
+        remove_ = true;
+        return true;
+    }
+    FILE *open_stream()
+    {
+        stream_ = fdopen(fd_, "w+");
+        if (!stream_)
+            report_io_error(name_, errno, 0xf42);
+        return stream_;
+    }
+    bool close_stream()
+    {
+        FILE *s = stream_;
+        stream_ = nullptr;
+        fd_ = -1;
+        if (fclose(s) != 0) {
+            report_io_error(name_, errno, 0xf53);
+            return false;
+        }
+        return true;
+    }
+    void keep() { remove_ = false; }
+
+private:
+    char *name_;
+    int fd_ = -1;
+    FILE *stream_ = nullptr;
+    bool remove_ = false;
+};
+
+char *alloc_cleared(size_t n) { return new (std::nothrow) char[n](); }
+
+void log_pending_signals()
+{
+    sigset_t pending;
+    if (sigpending(&pending) == -1) {
+        log_info("could not get pending signal(%d).\n", errno);
+        fflush(nullptr);
+        return;
+    }
+    unsigned long long mask = 0;
+    for (int n = 1; n <= 63; n++)
+        if (sigismember(&pending, n) == 1)
+            mask |= 1ULL << (n - 1);
+    if (mask) {
+        log_info("pending signal 0x%llx\n", mask);
+        fflush(nullptr);
+    }
+}
+
+// The rename failed after the rotation moved the table to .1: put the
+// previous table back under its name, so the next run can still load it
+// (the new table stays in the temporary file for the administrator).
+bool restore_previous(const char *path, char *buf, size_t size)
+{
+    if (snprintf(buf, size, "%s.1", path) >= static_cast<int>(size) || access(path, F_OK) == 0)
+        return false;
+    return link(buf, path) == 0;
+}
+
+int write_to_file(const char *path)
+{
+    const size_t name_size = strlen(path) + 7;
+    std::unique_ptr<char[]> temp_name(alloc_cleared(name_size));
+    if (!temp_name) {
+        report_no_resources(name_size, 0xf22);
+        return -1;
+    }
+    const size_t rotation_size = 2 * name_size;
+    std::unique_ptr<char[]> rotation(alloc_cleared(rotation_size));
+    if (!rotation) {
+        report_no_resources(rotation_size, 0xf30);
+        return -1;
+    }
+    snprintf(temp_name.get(), name_size, "%sXXXXXX", path);
+    std::string template_name = temp_name.get();
+
+    TempFile temp(temp_name.get());
+    if (!temp.create(template_name.c_str()))
+        return -1;
+    FILE *stream = temp.open_stream();
+    if (!stream)
+        return -1;
+    if (print_hba_addr_conf(stream, path) == -1)
+        return -1;
+    if (!temp.close_stream())
+        return -1;
+
+    uint32_t step = 0;
+    if (rotate_generations(TABLE_GENERATIONS, rotation.get(), rotation_size, path, &step) == -1)
+        log_info("can not rotate the file(%s:%d:0x%x).\n", path, errno, step);
+    if (rename(temp_name.get(), path) == -1) {
+        report_io_error(path, errno, 0xf6a);
+        temp.keep();
+        restore_previous(path, rotation.get(), rotation_size);
+        return -1;
+    }
+    temp.keep();
+    return 0;
+}
+
+} // namespace
+
+int print_hba_addr_conf(FILE *stream, const char *name)
+{
+    for (auto it = hba_addr_table.begin(); it != hba_addr_table.end(); ++it) {
+        if (it->flags & TOKEN_DELETED)
+            continue;
+        fputs(it->text.c_str(), stream);
+        auto next = std::next(it);
+        if (!it->is_eol() && next != hba_addr_table.end() && !next->is_eol())
+            fputc(' ', stream);
+    }
+    if (fflush(stream) != 0) {
+        report_io_error(name ? name : "(stdout)", errno, 0x2b5);
+        return -1;
+    }
+    if (!name)
+        return 0;
+    int fd = fileno(stream);
+    if (fd == -1) {
+        report_io_error(name, errno, 0x2bc);
+        return -1;
+    }
+    if (fsync(fd) == -1) {
+        report_io_error(name, errno, 0x2c3);
+        return -1;
+    }
+    return 0;
+}
+
+int write_hba_addr_conf(const char *out)
+{
+    sigset_t set;
+    if (sigemptyset(&set) == -1) {
+        report_no_resources(static_cast<unsigned long long>(errno), 0xf01);
+        return -1;
+    }
+    static const struct {
+        int signal;
+        unsigned site;
+    } held[] = {{SIGHUP, 0xf06}, {SIGINT, 0xf0b}, {SIGTERM, 0xf10}};
+    for (const auto &h : held) {
+        if (sigaddset(&set, h.signal) == -1) {
+            report_no_resources(static_cast<unsigned long long>(errno), h.site);
+            return -1;
+        }
+    }
+    sigset_t previous;
+    if (sigprocmask(SIG_BLOCK, &set, &previous) == -1) {
+        report_no_resources(static_cast<unsigned long long>(errno), 0xf15);
+        return -1;
+    }
+    SignalHold hold(previous);
+    if (out) {
+        if (write_to_file(out) == -1)
+            return -1;
+    } else if (print_hba_addr_conf(stdout, nullptr) == -1) {
+        return -1;
+    }
+    log_pending_signals();
+    return 0;
+}
