@@ -1,0 +1,56 @@
+# Helpers sourced by every scenario script. A script builds a simulated
+# server, adjusts its files, runs the tool and prints what is to be compared.
+# Environment (set by CTest): SLOTAG, SLOTAG_SIM, TS_ROOT, TS_TOP.
+
+# sim_build [TOPOLOGY-TEXT]: builds $TS_ROOT from the topology on stdin or
+# from the argument.
+sim_build() {
+    local topo=$TS_ROOT.topology
+    if [ $# -gt 0 ]; then printf '%s\n' "$1" >"$topo"; else cat >"$topo"; fi
+    "$SLOTAG_SIM" build "$TS_ROOT" "$topo" || { echo "sim build failed"; exit 1; }
+}
+
+# write_conf NAME: the label table (or another file of /etc/opt/KVTPslotag)
+# from stdin, byte for byte.
+write_conf() { cat >"$TS_ROOT/etc/${1:-hba_addr.conf}"; }
+
+# slotag [SIM-OPTIONS --] ARGS: runs the tool in the simulated server and
+# prints its standard output, standard error and status, and the log lines
+# the run added (time, host and process ID cut away).
+slotag() {
+    local simopts=()
+    if [[ " $* " == *" -- "* ]]; then
+        while [ "$1" != "--" ]; do simopts+=("$1"); shift; done
+        shift
+    fi
+    local log=$TS_ROOT/var/log/user.log
+    local before=0
+    [ -f "$log" ] && before=$(wc -c <"$log")
+    "$SLOTAG_SIM" run "$TS_ROOT" "${simopts[@]}" -- "$SLOTAG" "$@" \
+        >"$TS_ROOT.stdout" 2>"$TS_ROOT.stderr"
+    local rc=$?
+    echo "\$ slotag $*"
+    echo "-- stdout"; cat -A "$TS_ROOT.stdout"
+    echo "-- stderr"; cat "$TS_ROOT.stderr"
+    echo "-- status $rc"
+    echo "-- log"
+    if [ -f "$log" ]; then
+        local now; now=$(wc -c <"$log")
+        # a rotation makes the file shorter: show it whole
+        [ "$now" -lt "$before" ] && before=0
+        tail -c +"$((before + 1))" "$log" | normalize_log
+    fi
+    echo
+}
+
+# Cuts the variable part of each record: "Nov 16 20:01:25 simhost
+# slotag[812]: INFO: <6559f3a5.4d2>start." becomes "INFO: start.".
+normalize_log() {
+    sed -E 's/^[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} simhost slotag\[[0-9]+\]: ([A-Z]+): <[0-9a-f]+\.[0-9a-f]+>/\1: /'
+}
+
+# show FILE: prints a file of the simulated root with visible line ends.
+show() { echo "-- $1"; cat -A "$TS_ROOT/$1"; }
+
+# driver: the requests the simulated driver received, decoded.
+driver() { echo "-- driver"; "$SLOTAG_SIM" dump "$TS_ROOT"; }
