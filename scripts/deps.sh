@@ -1,0 +1,17 @@
+#!/bin/bash
+# Installs the Debian packages the project builds and tests with, when any
+# is missing. Needs root (apt-get); on a machine that has them all it does
+# nothing.
+set -euo pipefail
+packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev
+          g++-multilib pciutils util-linux python3)
+missing=()
+for p in "${packages[@]}"; do
+    dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
+done
+if [ ${#missing[@]} -gt 0 ]; then
+    echo "installing: ${missing[*]}"
+    export DEBIAN_FRONTEND=noninteractive
+    apt-get update -qq
+    apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
