@@ -5,3 +5,10 @@
 // Works on argv[optind..argc-1]; returns the number of entries added (at
 // least 1), or -1 when nothing was added.
 int parse_hba_addr_conf_add(int argc, char **argv);
+
+// One device path; returns the number of entries added (0 or more) or -1.
+int parse_hba_addr_conf_add_sub(const char *device_path);
+
+// Cuts a canonical node at its first digit, so a partition names its whole
+// disk (/dev/sdb1 -> /dev/sdb); a volume-manager path is left whole.
+void cut_partition(char *path);
