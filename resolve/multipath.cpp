@@ -22,8 +22,8 @@ int multipath_mode = MULTIPATH_ABSENT;
 
 namespace {
 
-// The busID of a path can be longer than a kernel PCI name; the table
-// word keeps up to 31 characters.
+// A busID read from sysfs may have up to 31 characters, more than the 20
+// bytes of the SCSI answer allow.
 constexpr uint32_t KVPATH_BUSID_LEN = 32;
 // The bytes of an entry file that are read for the host number.
 constexpr size_t HOST_AREA = 16;

@@ -27,7 +27,8 @@ constexpr const char *QUERY_OPTION = "-D";
 constexpr uint32_t DISK_NAME_FIELD = 6;
 
 // The query's output, reduced to the wanted fields of its "disk" lines.
-// Owned by one operation: its tokens go with it.
+// It belongs to one operation and goes with it, the fields that name no
+// disk (2 and 4 of the class query) included: nothing reads them later.
 struct QueryOutput {
     TokenList tokens;
     TokenCollector collector;

@@ -5,12 +5,12 @@
 #include <string>
 #include <sys/sysmacros.h>
 #include <unistd.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 
 #include "resolve/add.h"
 #include "resolve/vds_major.h"
-#include "table/token_list.h"
 
 namespace {
 
@@ -121,21 +121,6 @@ TEST_F(ResolveProcDevices, UnreadableFileFailsWithTheReaderStatus)
     LineReaderStatus status = 0;
     EXPECT_EQ(read_vds_majors("/nonexistent/devices", &status), -1);
     EXPECT_EQ(status, LR_OPEN);
-}
-
-TEST_F(ResolveProcDevices, ParsingConsumesTheTokens)
-{
-    TokenList tokens;
-    TokenCollector collector;
-    collector.list = &tokens;
-    token_list_append(&collector, "Block", 6, 1, 1, TOKEN_WORD);
-    token_list_append(&collector, "\n", 2, 1, 5, TOKEN_EOL);
-    token_list_append(&collector, "9", 2, 2, 1, TOKEN_WORD);
-    token_list_append(&collector, "vdsdev", 7, 2, 3, TOKEN_WORD);
-    token_list_append(&collector, "\n", 2, 2, 8, TOKEN_EOL);
-    EXPECT_EQ(parse_proc_devices(&collector), 1);
-    EXPECT_TRUE(tokens.empty());
-    EXPECT_EQ(blocks(), Majors{9});
 }
 
 } // namespace
