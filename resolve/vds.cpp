@@ -1,7 +1,8 @@
 // Volume-manager resolution. The query command prints one line per disk
 // that starts with the word "disk"; its sixth field is the disk's device
-// name under /dev. Each disk is asked for through the volume manager's
-// diagnostic device, which reaches disks the volume manager has claimed.
+// name under /dev. Without the multipath driver each disk is asked for
+// through the volume manager's diagnostic device, which reaches the disks
+// the volume manager has claimed.
 #include "resolve/vds.h"
 
 #include <cstring>
@@ -57,7 +58,7 @@ struct DiskSites {
 // one descriptor of the diagnostic device. The first disk that fails ends
 // the operand; the lines of the disks before it stay in the table.
 int resolve_listed_disks(const char *fn, DiskSites sites, const char *operand,
-                         TokenList &tokens)
+                         const TokenList &tokens)
 {
     PathBuffer path_buffer = alloc_path_buffer();
     if (!path_buffer) {
@@ -70,16 +71,12 @@ int resolve_listed_disks(const char *fn, DiskSites sites, const char *operand,
         return -1;
     }
     int count = 0;
-    for (auto it = tokens.begin(); it != tokens.end();) {
-        // The class query also keeps fields 2 and 4, which name nothing.
-        if (it->field != DISK_NAME_FIELD) {
-            ++it;
+    for (const LineToken &t : tokens) {
+        if (t.field != DISK_NAME_FIELD)  // fields 2 and 4 of the class query
             continue;
-        }
-        int r = get_pci_by_vds_sub(diag.get(), operand, it->text.c_str(), path_buffer);
+        int r = get_pci_by_vds_sub(diag.get(), operand, t.text.c_str(), path_buffer);
         if (r == -1)
             return -1;
-        it = tokens.erase(it);
         count += r;
     }
     return count;
