@@ -1,6 +1,7 @@
 # Helpers sourced by every scenario script. A script builds a simulated
 # server, adjusts its files, runs the tool and prints what is to be compared.
-# Environment (set by CTest): SLOTAG, SLOTAG_SIM, TS_ROOT, TS_TOP.
+# Environment (set by CTest): SLOTAG, SLOTAG_SIM, SLOTAG_PRELOAD, TS_ROOT,
+# TS_TOP, and SLOTAG_EMULATOR (empty, or a program that runs the tool).
 
 # sim_build [TOPOLOGY-TEXT]: builds $TS_ROOT from the topology on stdin or
 # from the argument.
@@ -14,20 +15,19 @@ sim_build() {
 # from stdin, byte for byte.
 write_conf() { cat >"$TS_ROOT/etc/${1:-hba_addr.conf}"; }
 
-# slotag [SIM-OPTIONS --] ARGS: runs the tool in the simulated server and
+# slotag [--user U] [--hold-lock S] [--] ARGS: runs the tool in the simulated server and
 # prints its standard output, standard error and status, and the log lines
 # the run added (time, host and process ID cut away).
 slotag() {
     local simopts=()
-    if [[ " $* " == *" -- "* ]]; then
-        while [ "$1" != "--" ]; do simopts+=("$1"); shift; done
-        shift
-    fi
+    while [[ $# -gt 1 && ( "$1" == --user || "$1" == --hold-lock ) ]]; do
+        simopts+=("$1" "$2"); shift 2
+    done
+    [ ${#simopts[@]} -gt 0 ] && [ "$1" = "--" ] && shift
     local log=$TS_ROOT/var/log/user.log
     local before=0
     [ -f "$log" ] && before=$(wc -c <"$log")
-    "$SLOTAG_SIM" run "$TS_ROOT" "${simopts[@]}" -- "$SLOTAG" "$@" \
-        >"$TS_ROOT.stdout" 2>"$TS_ROOT.stderr"
+    sim_run "${simopts[@]}" -- "$@" >"$TS_ROOT.stdout" 2>"$TS_ROOT.stderr"
     local rc=$?
     echo "\$ slotag $*"
     echo "-- stdout"; cat -A "$TS_ROOT.stdout"
@@ -41,6 +41,17 @@ slotag() {
         tail -c +"$((before + 1))" "$log" | normalize_log
     fi
     echo
+}
+
+# sim_run [SIM-OPTIONS] -- ARGS: the tool in the simulated server, output
+# left as it is.
+sim_run() {
+    local simopts=()
+    while [ "$1" != "--" ]; do simopts+=("$1"); shift; done
+    shift
+    local tool=("$SLOTAG")
+    [ -n "${SLOTAG_EMULATOR:-}" ] && tool=("$SLOTAG_EMULATOR" "$SLOTAG")
+    "$SLOTAG_SIM" run "$TS_ROOT" --preload "$SLOTAG_PRELOAD" "${simopts[@]}" -- "${tool[@]}" "$@"
 }
 
 # Cuts the variable part of each record: "Nov 16 20:01:25 simhost
