@@ -1,0 +1,177 @@
+// alterpm.conf entries: VENDOR:DEVICE:REVISION in hexadecimal, split the way
+// strtok splits (":" before the first field skipped, a run of ":" between the
+// first two fields is one separator, the third field is the rest).
+#include "hotplug/alterpm.h"
+
+#include <cerrno>
+#include <cstring>
+#include <new>
+#include <string>
+
+#include "cli/options.h"
+#include "cli/report.h"
+#include "table/line_reader.h"
+
+TokenList alterpm_list;
+
+namespace {
+
+constexpr unsigned SITE_READ = 3131;
+constexpr int SITE_ENTRY = 3139;
+constexpr unsigned SITE_UNTERMINATED = 3014;
+constexpr unsigned SITE_NO_COPY = 3023;
+constexpr unsigned SITE_MISSING = 3031;
+constexpr unsigned SITE_NOT_HEX = 3044;
+
+// The parsed entry as it is kept in the token's owner_data.
+struct AltPmEntry {
+    uint16_t vendor_id;
+    uint16_t device_id;
+    uint8_t revision_id;   // '*' when any revision matches
+    uint8_t any_revision;  // 1 for a "*" revision field
+};
+static_assert(sizeof(AltPmEntry) <= sizeof(LineToken::owner_data));
+
+constexpr uint8_t ANY_REVISION_CHAR = '*';
+
+bool is_hex(char c)
+{
+    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
+}
+
+// Low bits of a hexadecimal number of any length: the same in the 32-bit
+// and the 64-bit build (strtoul would saturate at different widths).
+uint32_t hex_low_bits(const std::string &digits)
+{
+    uint32_t v = 0;
+    for (char c : digits)
+        v = (v << 4) | static_cast<uint32_t>(c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10);
+    return v;
+}
+
+// strtok-style field: separators (":") before it skipped; it ends at the
+// next ":" (at *end) and the walk goes on after that. false when nothing is
+// left.
+bool take_field(const std::string &s, size_t &pos, std::string &field, size_t *end)
+{
+    while (pos < s.size() && s[pos] == ':')
+        pos++;
+    if (pos >= s.size())
+        return false;
+    size_t stop = s.find(':', pos);
+    if (stop == std::string::npos)
+        stop = s.size();
+    field = s.substr(pos, stop - pos);
+    pos = stop < s.size() ? stop + 1 : stop;
+    *end = stop;
+    return true;
+}
+
+bool all_hex(const std::string &field)
+{
+    for (char c : field)
+        if (!is_hex(c))
+            return false;
+    return true;
+}
+
+void store(const AltPmEntry &e, uint16_t *vendor_id, uint16_t *device_id, uint8_t *revision_id,
+           uint8_t *any_revision)
+{
+    if (vendor_id)
+        *vendor_id = e.vendor_id;
+    if (device_id)
+        *device_id = e.device_id;
+    if (revision_id)
+        *revision_id = e.revision_id;
+    if (any_revision)
+        *any_revision = e.any_revision;
+}
+
+// A malformed entry: the fatal pair, then the text as splitting in place
+// leaves it, cut where the first field ended.
+int refuse(unsigned site, const std::string &text, size_t first_end)
+{
+    report_fatal(site);
+    log_err("%s\n", text.substr(0, first_end).c_str());
+    return -1;
+}
+
+} // namespace
+
+int parse_d0_entry(LineToken &entry, uint16_t *vendor_id, uint16_t *device_id,
+                   uint8_t *revision_id, uint8_t *any_revision)
+{
+    AltPmEntry e;
+    if (entry.flags & TOKEN_PARSED) {
+        memcpy(&e, entry.owner_data, sizeof e);
+        store(e, vendor_id, device_id, revision_id, any_revision);
+        return 0;
+    }
+    size_t len = strnlen(entry.text.c_str(), entry.size);
+    if (len >= entry.size) {
+        report_fatal(SITE_UNTERMINATED);
+        log_err("length %d line %d column %d\n", static_cast<int>(entry.size),
+                static_cast<int>(entry.line), static_cast<int>(entry.column));
+        return -1;
+    }
+    std::string text;
+    try {
+        text.assign(entry.text, 0, len);
+    } catch (const std::bad_alloc &) {
+        report_no_resources(len, SITE_NO_COPY);
+        return -1;
+    }
+
+    size_t pos = 0;
+    size_t first_end = text.size();  // strtok writes its first NUL here
+    size_t end;
+    std::string vendor, device, revision;
+    if (!take_field(text, pos, vendor, &first_end))
+        return refuse(SITE_MISSING, text, first_end);
+    if (!all_hex(vendor))
+        return refuse(SITE_NOT_HEX, text, first_end);
+    if (!take_field(text, pos, device, &end))
+        return refuse(SITE_MISSING, text, first_end);
+    if (!all_hex(device))
+        return refuse(SITE_NOT_HEX, text, first_end);
+    if (pos >= text.size())
+        return refuse(SITE_MISSING, text, first_end);
+    revision = text.substr(pos);  // the rest, ":" included
+    bool any = revision[0] == '*';
+    if (!any && !all_hex(revision))
+        return refuse(SITE_NOT_HEX, text, first_end);
+
+    e.vendor_id = static_cast<uint16_t>(hex_low_bits(vendor));
+    e.device_id = static_cast<uint16_t>(hex_low_bits(device));
+    e.revision_id = any ? ANY_REVISION_CHAR : static_cast<uint8_t>(hex_low_bits(revision));
+    e.any_revision = any ? 1 : 0;
+    memcpy(entry.owner_data, &e, sizeof e);
+    entry.flags |= TOKEN_PARSED;
+    store(e, vendor_id, device_id, revision_id, any_revision);
+    return 0;
+}
+
+int parse_d0_conf()
+{
+    TokenCollector collector;
+    collector.list = &alterpm_list;
+    collector.file_name = ALTERPM_CONF;
+    collector.next_field = 1;
+    collector.at_line_start = 1;
+    collector.key = nullptr;
+    collector.columns[0] = 1;  // the first word of each line is the entry
+    LineReaderCallbacks callbacks{token_list_init, token_list_append, select_columns, &collector};
+    LineReaderStatus status = 0;
+    if (read_lines(ALTERPM_CONF, -1, option_timeout_ms(), &callbacks, &status) == -1) {
+        report_access_failure(ALTERPM_CONF, status, SITE_READ);
+        return -1;
+    }
+    for (LineToken &entry : alterpm_list) {
+        if (parse_d0_entry(entry, nullptr, nullptr, nullptr, nullptr) == -1) {
+            log_callee("parse_d0_conf", SITE_ENTRY);
+            return -1;
+        }
+    }
+    return 0;
+}
