@@ -1,0 +1,3 @@
+#include "dump.hpp"
+
+bool dump_requests(const std::string&, bool) { return true; }
