@@ -29,7 +29,7 @@ slotag() {
     [ -f "$log" ] && before=$(wc -c <"$log")
     sim_run "${simopts[@]}" -- "$@" >"$TS_ROOT.stdout" 2>"$TS_ROOT.stderr"
     local rc=$?
-    echo "\$ slotag $*"
+    printf '$ slotag'; printf ' %q' "$@"; echo
     echo "-- stdout"; cat -A "$TS_ROOT.stdout"
     echo "-- stderr"; cat "$TS_ROOT.stderr"
     echo "-- status $rc"
@@ -61,7 +61,11 @@ normalize_log() {
 }
 
 # show FILE: prints a file of the simulated root with visible line ends.
-show() { echo "-- $1"; cat -A "$TS_ROOT/$1"; }
+show() {
+    echo "-- $1"; cat -A "$TS_ROOT/$1"
+    [ -n "$(tail -c 1 "$TS_ROOT/$1")" ] && printf "\n(no newline at the end)\n"
+    return 0
+}
 
 # driver: the requests the simulated driver received, decoded.
 driver() { echo "-- driver"; "$SLOTAG_SIM" dump "$TS_ROOT"; }
