@@ -1,5 +1,5 @@
 // What the hot-plug code said during a call: its standard error, and the
-// records it wrote to a temporary operation log ("ERR: text" per line).
+// records it wrote to a temporary operation log, as "ERR: text".
 #pragma once
 
 #include <cstdio>
@@ -10,8 +10,6 @@
 #include <string>
 #include <unistd.h>
 
-#include <gtest/gtest.h>
-
 #include "cli/user_log.h"
 
 class Said {
@@ -19,63 +17,52 @@ public:
     Said()
     {
         char tmpl[] = "/tmp/slotag-hotplug-XXXXXX";
-        if (!mkdtemp(tmpl))
-            ADD_FAILURE() << "mkdtemp";
-        dir_ = tmpl;
+        dir_ = mkdtemp(tmpl) ? tmpl : "/tmp";
         log_path_ = dir_ + "/user.log";  // the log keeps this pointer
-        uint32_t code = 0;
-        g_user_log = user_log_open("slotag", log_path_.c_str(), 1 << 20, 4, &code);
+        g_user_log = user_log_open("slotag", log_path_.c_str(), 1 << 20, 4, nullptr);
         fflush(stderr);
-        saved_stderr_ = dup(2);
+        saved_ = dup(2);
         tmp_ = tmpfile();
         dup2(fileno(tmp_), 2);
     }
     ~Said()
     {
-        restore();
+        stderr_text();
         fclose(tmp_);
         user_log_close(g_user_log);
         g_user_log = nullptr;
-        if (system(("rm -rf " + dir_).c_str()) != 0)
-            ADD_FAILURE() << "rm " << dir_;
+        unlink(log_path_.c_str());
+        rmdir(dir_.c_str());
     }
     Said(const Said &) = delete;
     Said &operator=(const Said &) = delete;
 
     std::string stderr_text()
     {
-        restore();
+        if (saved_ >= 0) {
+            fflush(stderr);
+            dup2(saved_, 2);
+            close(saved_);
+            saved_ = -1;
+        }
         std::string out;
         rewind(tmp_);
-        char buf[512];
-        while (fgets(buf, sizeof buf, tmp_))
-            out += buf;
+        for (int c; (c = fgetc(tmp_)) != EOF;)
+            out += static_cast<char>(c);
         return out;
     }
 
     std::string log_text() const
     {
-        std::ifstream in(log_path_);
         std::stringstream all;
-        all << in.rdbuf();
+        all << std::ifstream(log_path_).rdbuf();
         // Not anchored: a message without "\n" runs into the next record.
-        static const std::regex prefix(
-            R"([A-Z][a-z]{2} [ 0-9][0-9] [0-9:]{8} \S+ slotag\[[0-9]+\]: ([A-Z]+): <[0-9a-f]+\.[0-9a-f]+>)");
+        static const std::regex prefix(R"(\w{3} [ \d]\d [\d:]{8} \S+ slotag\[\d+\]: ([A-Z]+): <[\da-f]+\.[\da-f]+>)");
         return std::regex_replace(all.str(), prefix, "$1: ");
     }
 
 private:
-    void restore()
-    {
-        if (saved_stderr_ >= 0) {
-            fflush(stderr);
-            dup2(saved_stderr_, 2);
-            close(saved_stderr_);
-            saved_stderr_ = -1;
-        }
-    }
-
     std::string dir_, log_path_;
-    int saved_stderr_ = -1;
+    int saved_ = -1;
     FILE *tmp_ = nullptr;
 };
