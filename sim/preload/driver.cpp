@@ -41,6 +41,12 @@ void put_le32(std::uint8_t* out, std::int32_t value)
         out[i] = static_cast<std::uint8_t>(v >> 8 * i);
 }
 
+bool is_32bit_address(std::uintptr_t address)
+{
+    // two shifts: one by 32 would be out of range in a 32-bit build
+    return address >> 16 >> 16 == 0;
+}
+
 // Why a request could not be taken as a whole; empty when it could.
 struct Fault {
     int err = 0;
@@ -91,7 +97,7 @@ private:
         Fault fault;
         std::vector<std::uint8_t> block;
         // The argument is a 32-bit address: the size field of both requests is 4.
-        if (static_cast<std::uint64_t>(arg) > 0xffffffffu) {
+        if (!is_32bit_address(arg)) {
             fault = {EFAULT, "argument is not a 32-bit address"};
         } else {
             fault = table ? read_block(arg, shpc_table_header, shpc_info_size, block, "ShpcInfoTable")
