@@ -46,5 +46,6 @@ const std::vector<Module*>& modules();
 Module& pci_devices_directory();
 Module& pci_config_space();
 Module& slotag_driver();
+Module& proc_devices();
 
 } // namespace preload

@@ -12,6 +12,7 @@ const std::vector<Module*>& modules()
         &pci_devices_directory(),
         &pci_config_space(),
         &slotag_driver(),
+        &proc_devices(),
     };
     return all;
 }

@@ -51,6 +51,11 @@ check "nothing else under /etc/opt" "KVTPslotag" "$(sim_run -- /bin/ls -A /etc/o
 printf 'Character devices:\n 99 vdsdev\n' >"$root/proc-devices"
 check "/proc/devices" "$(printf 'Character devices:\n 99 vdsdev')" \
     "$(sim_run -- /bin/cat /proc/devices 2>/dev/null)"
+rm "$root/proc-devices"
+check "/proc/devices removed" "No such file or directory" \
+    "$(sim_run -- python3 -c 'import os
+try: os.open("/proc/devices", os.O_RDONLY)
+except OSError as e: print(e.strerror)' 2>/dev/null)"
 touch "$root/sbin/vdsstat"
 check "/usr/sbin" "vdsstat" "$(sim_run -- /bin/ls /usr/sbin 2>/dev/null)"
 check "lock file, log directory, /dev/null, /dev/slotag, /sys" "ok" \
