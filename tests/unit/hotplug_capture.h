@@ -5,7 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <regex>
+#include <cstring>
 #include <sstream>
 #include <string>
 #include <unistd.h>
@@ -54,11 +54,24 @@ public:
 
     std::string log_text() const
     {
-        std::stringstream all;
-        all << std::ifstream(log_path_).rdbuf();
-        // Not anchored: a message without "\n" runs into the next record.
-        static const std::regex prefix(R"(\w{3} [ \d]\d [\d:]{8} \S+ slotag\[\d+\]: ([A-Z]+): <[\da-f]+\.[\da-f]+>)");
-        return std::regex_replace(all.str(), prefix, "$1: ");
+        std::stringstream file;
+        file << std::ifstream(log_path_).rdbuf();
+        const std::string all = file.str();
+        // Each record: "Mmm dd hh:mm:ss HOST slotag[PID]: LEVEL: <S.U>TEXT";
+        // a TEXT without "\n" runs straight into the next record.
+        char host[256] = {};
+        gethostname(host, sizeof host - 1);
+        const size_t stamp = 16 + strlen(host);
+        std::string out;
+        for (size_t at = all.find(" slotag["); at != std::string::npos;) {
+            size_t level = all.find("]: ", at) + 3;
+            size_t text = all.find('>', level) + 1;
+            size_t next = all.find(" slotag[", text);
+            size_t end = next == std::string::npos ? all.size() : next - stamp;
+            out += all.substr(level, all.find(':', level) - level) + ": " + all.substr(text, end - text);
+            at = next;
+        }
+        return out;
     }
 
 private:
