@@ -3,6 +3,9 @@
 //   sim_probe shpc CONFIG CAP INDEX...  select each INDEX, then print each data register
 //   sim_probe list DIR               the entries of DIR in readdir order
 //   sim_probe driver [--high]        hand-built records to both requests of /dev/slotag
+//   sim_probe open FILE              open FILE for reading: "opened" or why not
+//   sim_probe lock FILE [SINCE MIN]  whether FILE is locked; then wait for it and say
+//                                    whether it came free MIN seconds or more after SINCE
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -15,6 +18,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <string>
 #include <vector>
 
@@ -74,6 +78,36 @@ int list(const char* path)
     while (const dirent* entry = ::readdir(dir))
         std::printf("%s\n", entry->d_name);
     ::closedir(dir);
+    return 0;
+}
+
+// SINCE is a time of day in seconds (date +%s.%N), taken before the run.
+int lock(const char* path, const char* since, const char* min_seconds)
+{
+    int fd = ::open(path, O_RDWR);
+    if (fd < 0) {
+        std::perror(path);
+        return 1;
+    }
+    if (::lockf(fd, F_TLOCK, 0) == 0) {
+        std::printf("free\n");
+        ::close(fd);
+        return 0;
+    }
+    std::printf("held %d\n", errno);
+    if (since) {
+        ::lockf(fd, F_LOCK, 0);
+        timespec now{};
+        ::clock_gettime(CLOCK_REALTIME, &now);
+        double waited = static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9 -
+                        std::strtod(since, nullptr);
+        double min = std::strtod(min_seconds, nullptr);
+        if (waited >= min && waited < min + 10)
+            std::printf("released\n");
+        else
+            std::printf("released after %.1f s\n", waited);
+    }
+    ::close(fd);
     return 0;
 }
 
@@ -187,10 +221,17 @@ int main(int argc, char** argv)
                                static_cast<unsigned>(std::strtoul(argv[i + 2], nullptr, 0))});
         return shpc(selects);
     }
+    if (command == "open" && argc == 3) {
+        int fd = ::open(argv[2], O_RDONLY);
+        std::printf("%s\n", fd >= 0 ? "opened" : std::strerror(errno));
+        return 0;
+    }
+    if (command == "lock" && (argc == 3 || argc == 5))
+        return lock(argv[2], argc == 5 ? argv[3] : nullptr, argc == 5 ? argv[4] : nullptr);
     if (command == "list" && argc == 3)
         return list(argv[2]);
     if (command == "driver" && (argc == 2 || (argc == 3 && std::string(argv[2]) == "--high")))
         return driver(argc == 3);
-    std::fprintf(stderr, "usage: sim_probe shpc CONFIG CAP INDEX... | list DIR | driver [--high]\n");
+    std::fprintf(stderr, "usage: sim_probe shpc CONFIG CAP INDEX... | list DIR | driver [--high] | open FILE | lock FILE [SINCE MIN]\n");
     return 2;
 }

@@ -25,11 +25,9 @@ build() {  # build NAME < TOPOLOGY
     "$sim" build "$root" "$work/$1.topology" || { echo "FAIL: build $1"; exit 1; }
 }
 sim_run() { "$sim" run "$root" --preload "$preload" "$@"; }
-probe() {
-    local tool=("$probe")
-    [ -n "$emulator" ] && tool=("$emulator" "$probe")
-    sim_run -- "${tool[@]}" "$@"
-}
+probe_tool=("$probe")
+[ -n "$emulator" ] && probe_tool=("$emulator" "$probe")
+probe() { sim_run -- "${probe_tool[@]}" "$@"; }
 
 build main <<'TOPOLOGY'
 # two SHPC bridges and an adapter behind the first
@@ -52,10 +50,7 @@ printf 'Character devices:\n 99 vdsdev\n' >"$root/proc-devices"
 check "/proc/devices" "$(printf 'Character devices:\n 99 vdsdev')" \
     "$(sim_run -- /bin/cat /proc/devices 2>/dev/null)"
 rm "$root/proc-devices"
-check "/proc/devices removed" "No such file or directory" \
-    "$(sim_run -- python3 -c 'import os
-try: os.open("/proc/devices", os.O_RDONLY)
-except OSError as e: print(e.strerror)' 2>/dev/null)"
+check "/proc/devices removed" "No such file or directory" "$(probe open /proc/devices 2>/dev/null)"
 touch "$root/sbin/vdsstat"
 check "/usr/sbin" "vdsstat" "$(sim_run -- /bin/ls /usr/sbin 2>/dev/null)"
 check "lock file, log directory, /dev/null, /dev/slotag, /sys" "ok" \
@@ -79,25 +74,13 @@ sim_run -- /bin/sh -c 'kill -KILL $$' 2>/dev/null
 check "killed by a signal" "137" "$?"
 
 # --- --hold-lock: held from before the program starts, for that long
-lock_probe='
-import fcntl, os, sys, time
-fd = os.open("/var/opt/KVTPslotag/lock/.slotag.lock", os.O_RDWR)
-try:
-    fcntl.lockf(fd, fcntl.LOCK_EX | fcntl.LOCK_NB)
-    print("free")
-except OSError as e:
-    print("held", e.errno)
-    if len(sys.argv) > 1:
-        fcntl.lockf(fd, fcntl.LOCK_EX)
-        waited = time.time() - float(sys.argv[1])
-        print("released" if 3 <= waited < 8 else "released after %.1f s" % waited)
-'
+lock=/var/opt/KVTPslotag/lock/.slotag.lock
 check "lock held, then released" "$(printf 'held 11\nreleased')" \
-    "$(sim_run --hold-lock 3 -- python3 -c "$lock_probe" "$(date +%s.%N)" 2>/dev/null)"
+    "$(sim_run --hold-lock 5 -- "${probe_tool[@]}" lock $lock "$(date +%s.%N)" 5 2>/dev/null)"
 start=$(date +%s)
 sim_run --hold-lock 60 -- /bin/true 2>/dev/null
 check "holder ended with the program" "yes" "$([ $(($(date +%s) - start)) -lt 10 ] && echo yes)"
-check "lock free without --hold-lock" "free" "$(sim_run -- python3 -c "$lock_probe" 2>/dev/null)"
+check "lock free without --hold-lock" "free" "$(probe lock $lock 2>/dev/null)"
 
 # --- /sys/bus/pci/devices in topology order, extras after it by name
 mkdir "$root/sys/bus/pci/devices/zz-extra" "$root/sys/bus/pci/devices/aa-extra"
