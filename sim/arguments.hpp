@@ -1,6 +1,6 @@
 #pragma once
-// The words of one topology statement after its fixed operands: key=value
-// settings and bare flags, each of which the statement must use.
+// Reading the words of a topology statement, shared by the files that
+// parse statements.
 
 #include "numbers.hpp"
 

@@ -1,5 +1,6 @@
 #include "topology.hpp"
 
+#include "arguments.hpp"
 #include "capabilities.hpp"
 
 #include <algorithm>
