@@ -9,7 +9,7 @@
 
 #include "cli/report.h"
 #include "hotplug/driver_memory.h"
-#include "resolve/unique_fd.h"
+#include "lib/unique_fd.h"
 
 namespace {
 

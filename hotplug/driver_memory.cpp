@@ -8,7 +8,7 @@
 #include <new>
 #include <vector>
 
-#include "resolve/low_memory.h"
+#include "lib/low_memory.h"
 
 namespace {
 

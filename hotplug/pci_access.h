@@ -9,7 +9,7 @@
 #include <memory>
 #include <string>
 
-#include "resolve/unique_fd.h"
+#include "lib/unique_fd.h"
 
 // Status code, bits 0-7: the reason.
 constexpr uint32_t PCI_ERR_ALIGN = 1;        // offset not a multiple of the width (EINVAL)

@@ -9,7 +9,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include "resolve/unique_fd.h"
+#include "lib/unique_fd.h"
 
 namespace {
 

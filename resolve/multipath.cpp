@@ -16,7 +16,7 @@
 #include "resolve/new_entry.h"
 #include "resolve/path_buffer.h"
 #include "resolve/path_name.h"
-#include "resolve/unique_fd.h"
+#include "lib/unique_fd.h"
 
 int multipath_mode = MULTIPATH_ABSENT;
 

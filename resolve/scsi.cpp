@@ -9,10 +9,10 @@
 
 #include "cli/open_retry.h"
 #include "cli/report.h"
-#include "resolve/low_memory.h"
+#include "lib/low_memory.h"
 #include "resolve/new_entry.h"
 #include "resolve/path_buffer.h"
-#include "resolve/unique_fd.h"
+#include "lib/unique_fd.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 #include "resolve/path_name.h"
 #include "resolve/real_path.h"
 #include "resolve/scsi.h"
-#include "resolve/unique_fd.h"
+#include "lib/unique_fd.h"
 #include "resolve/vdsstat.h"
 #include "table/token_list.h"
 

@@ -11,6 +11,7 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include "lib/unique_fd.h"
 #include "table/token_list.h"
 
 namespace {
@@ -28,16 +29,6 @@ CharClass classify(char c)
     default: return CharClass::ordinary;
     }
 }
-
-// Owns a descriptor the reader opened itself.
-struct OwnedFd {
-    int fd = -1;
-    ~OwnedFd()
-    {
-        if (fd >= 0)
-            close(fd);
-    }
-};
 
 class Tokeniser {
 public:
@@ -215,12 +206,12 @@ int read_lines(const char *path, int fd, int32_t timeout_ms,
         errno = EINVAL;
         return fail(LR_NO_CALLBACK);
     }
-    OwnedFd owned;
+    UniqueFd owned;  // a descriptor the reader opened itself
     if (path) {
-        owned.fd = open(path, O_RDONLY | O_CLOEXEC);
-        if (owned.fd == -1)
+        owned.reset(open(path, O_RDONLY | O_CLOEXEC));
+        if (!owned)
             return fail(LR_OPEN);
-        fd = owned.fd;
+        fd = owned.get();
     } else if (fd < 0) {
         errno = EINVAL;
         return fail(LR_BAD_FD);

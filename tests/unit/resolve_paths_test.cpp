@@ -9,7 +9,7 @@
 
 #include <gtest/gtest.h>
 
-#include "resolve/low_memory.h"
+#include "lib/low_memory.h"
 #include "resolve/path_buffer.h"
 #include "resolve/path_name.h"
 #include "resolve/real_path.h"

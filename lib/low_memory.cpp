@@ -1,7 +1,7 @@
 // Memory below 4 GiB. A 32-bit program has no other kind. A 64-bit program
 // must ask for it: a driver that takes a 32-bit buffer address would
 // otherwise be handed the truncated address of some unrelated memory.
-#include "resolve/low_memory.h"
+#include "lib/low_memory.h"
 
 #include <cerrno>
 #include <sys/mman.h>
