@@ -12,39 +12,30 @@
 #include "table/hba_addr_conf.h"
 #include "table/label_edit.h"
 #include "table/table_writer.h"
+#include "temp_dir.h"
 
 namespace {
 
-class TableFile : public testing::Test {
+class TableFile : public TempDirTest {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/slotag-table-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
+        TempDirTest::SetUp();
         path_ = dir_ + "/hba_addr.conf";
     }
-    void TearDown() override { ASSERT_EQ(system(("rm -rf " + dir_).c_str()), 0); }
 
     void load(const std::string &text)
     {
-        std::ofstream(path_, std::ios::binary) << text;
+        write(path_, text);
         LineReaderStatus status = 0;
         ASSERT_EQ(load_hba_addr_conf(path_.c_str(), 1000, &status), 0) << std::hex << status;
-    }
-    std::string read(const std::string &p) const
-    {
-        std::ifstream in(p, std::ios::binary);
-        std::stringstream s;
-        s << in.rdbuf();
-        return s.str();
     }
     std::string written()
     {
         EXPECT_EQ(write_hba_addr_conf(path_.c_str()), 0);
         return read(path_);
     }
-    std::string dir_, path_;
+    std::string path_;
 };
 
 TEST_F(TableFile, WriterNormalisesBlanksAndKeepsCommentsAndLines)

@@ -11,31 +11,20 @@
 #include <gtest/gtest.h>
 
 #include "cli/user_log.h"
+#include "temp_dir.h"
 
 namespace {
 
-class LogDir : public testing::Test {
+class LogDir : public TempDirTest {
 protected:
     void SetUp() override
     {
-        char tmpl[] = "/tmp/slotag-log-XXXXXX";
-        ASSERT_NE(mkdtemp(tmpl), nullptr);
-        dir_ = tmpl;
+        TempDirTest::SetUp();
         path_ = dir_ + "/user.log";
     }
-    void TearDown() override { ASSERT_EQ(system(("rm -rf " + dir_).c_str()), 0); }
-
-    std::string read(const std::string &p) const
-    {
-        std::ifstream in(p);
-        std::stringstream s;
-        s << in.rdbuf();
-        return s.str();
-    }
     bool exists(const std::string &p) const { return access(p.c_str(), F_OK) == 0; }
-    void write(const std::string &p, const std::string &text) const { std::ofstream(p) << text; }
 
-    std::string dir_, path_;
+    std::string path_;
 };
 
 TEST_F(LogDir, RecordShapeLevelsAndLimits)
