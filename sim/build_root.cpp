@@ -2,6 +2,7 @@
 
 #include "files.hpp"
 #include "state_files.hpp"
+#include "storage_tree.hpp"
 #include "sysfs_tree.hpp"
 #include "topology.hpp"
 
@@ -133,5 +134,6 @@ void build_root(const std::string& root, const std::string& topology_file)
     write_file(root + "/proc-devices", default_proc_devices, 0444);
     write_dev(root + "/dev", !topology.driver_absent);
     make_dirs(root + "/sbin");
+    write_storage(root, topology);
     apply_file_directives(root, topology);
 }

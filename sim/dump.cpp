@@ -1,5 +1,6 @@
 #include "dump.hpp"
 
+#include "dump_vds.hpp"
 #include "files.hpp"
 #include "state_files.hpp"
 
@@ -172,6 +173,7 @@ bool dump_requests(const std::string& root, bool clear)
     }
     if (shown == 0)
         std::printf("no driver requests\n");
+    dump_vds_requests(dir);
     std::fflush(stdout);
     if (clear)
         for (const auto& name : names)

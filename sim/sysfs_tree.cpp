@@ -24,7 +24,8 @@ const PciFunctionSpec* parent_bridge(const Topology& topology, const PciFunction
     return nullptr;
 }
 
-// "pci0000:00/0000:00:1e.0/0000:07:01.0" relative to /sys/devices.
+} // namespace
+
 std::string device_path(const Topology& topology, const PciFunctionSpec& spec)
 {
     std::string path = spec.address.name();
@@ -42,6 +43,8 @@ std::string device_path(const Topology& topology, const PciFunctionSpec& spec)
                   unsigned{top->address.bus});
     return std::string(root) + "/" + path;
 }
+
+namespace {
 
 std::string resource_lines(unsigned count)
 {

@@ -2,6 +2,7 @@
 
 #include "arguments.hpp"
 #include "capabilities.hpp"
+#include "storage_topology.hpp"
 
 #include <algorithm>
 #include <cerrno>
@@ -119,6 +120,8 @@ private:
             driver(words);
         else if (verb == "file" || verb == "dir" || verb == "symlink" || verb == "remove")
             file(words);
+        else if (is_storage_statement(verb))
+            storage_statement(words, lines_[index_], topology_.storage);
         else
             throw ParseError("unknown statement: " + verb);
     }

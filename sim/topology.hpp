@@ -5,6 +5,7 @@
 
 #include "numbers.hpp"
 #include "state_files.hpp"
+#include "storage_spec.hpp"
 
 #include <cstdint>
 #include <map>
@@ -69,6 +70,7 @@ struct Topology {
     state::DriverRules driver;
     bool driver_absent = false;
     std::vector<FileDirective> files;
+    StorageSpec storage;
 };
 
 // Throws std::runtime_error "FILE:LINE: message" on a malformed description.

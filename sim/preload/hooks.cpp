@@ -313,7 +313,7 @@ EXPORT int ioctl(int fd, unsigned long request, ...) noexcept
 namespace preload {
 namespace {
 
-void take_listing(DIR* dir, Module* module)
+void take_listing(DIR* dir, Module* module, const std::string& path)
 {
     auto listing = std::make_unique<Tables::Listing>();
     std::vector<std::string> names;
@@ -334,7 +334,7 @@ void take_listing(DIR* dir, Module* module)
     listing->names = {".", ".."};
     listing->types = {dot.first, dotdot.first};
     listing->inodes = {dot.second, dotdot.second};
-    for (auto& name : module->order_directory(std::move(names))) {
+    for (auto& name : module->order_directory(path, std::move(names))) {
         auto it = details.find(name);
         if (it == details.end())
             continue;
@@ -383,7 +383,7 @@ EXPORT DIR* opendir(const char* path)
     const std::string where = absolute(AT_FDCWD, path);
     for (Module* module : modules()) {
         if (module->orders_directory(where)) {
-            take_listing(dir, module);
+            take_listing(dir, module, where);
             break;
         }
     }

@@ -31,9 +31,10 @@ public:
 
     // Directory listings the module puts in order (readdir of that path).
     virtual bool orders_directory(std::string_view /*path*/) const { return false; }
-    // names: what the directory holds, "." and ".." excluded; returns them
-    // in the order the program is to see them.
-    virtual std::vector<std::string> order_directory(std::vector<std::string> names)
+    // names: what the directory at path holds, "." and ".." excluded;
+    // returns them in the order the program is to see them.
+    virtual std::vector<std::string> order_directory(std::string_view /*path*/,
+                                                     std::vector<std::string> names)
     {
         return names;
     }
@@ -46,6 +47,9 @@ const std::vector<Module*>& modules();
 Module& pci_devices_directory();
 Module& pci_config_space();
 Module& slotag_driver();
+Module& scsi_disks();
+Module& volume_manager();
+Module& multipath_directories();
 Module& proc_devices();
 
 } // namespace preload

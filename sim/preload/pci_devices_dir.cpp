@@ -21,7 +21,8 @@ public:
 
     // Entries named in pci-order come first, in that order; anything else a
     // test put in the directory follows in name order.
-    std::vector<std::string> order_directory(std::vector<std::string> names) override
+    std::vector<std::string> order_directory(std::string_view /*path*/,
+                                             std::vector<std::string> names) override
     {
         std::sort(names.begin(), names.end());
         std::vector<std::string> ordered;

@@ -13,6 +13,9 @@ const std::vector<Module*>& modules()
         &pci_config_space(),
         &slotag_driver(),
         &proc_devices(),
+        &scsi_disks(),
+        &volume_manager(),
+        &multipath_directories(),
     };
     return all;
 }
