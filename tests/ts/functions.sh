@@ -55,9 +55,10 @@ sim_run() {
 }
 
 # Cuts the variable part of each record: "Nov 16 20:01:25 simhost
-# slotag[812]: INFO: <6559f3a5.4d2>start." becomes "INFO: start.".
+# slotag[812]: INFO: <6559f3a5.4d2>start." becomes "INFO: start.". A
+# record that follows one without a line end ("bus_id_len 20") is cut too.
 normalize_log() {
-    sed -E 's/^[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} simhost slotag\[[0-9]+\]: ([A-Z]+): <[0-9a-f]+\.[0-9a-f]+>/\1: /'
+    sed -E 's/[A-Z][a-z]{2} [ 0-9][0-9] [0-9]{2}:[0-9]{2}:[0-9]{2} simhost slotag\[[0-9]+\]: ([A-Z]+): <[0-9a-f]+\.[0-9a-f]+>/\1: /g'
 }
 
 # show FILE: prints a file of the simulated root with visible line ends.
