@@ -1,6 +1,6 @@
 #pragma once
 // The standard capability structures as the PCI, SHPC and PCI Express
-// specifications lay them out, and the SHPC register file behind the window.
+// standards lay them out, and the SHPC register file behind the window.
 
 #include "topology.hpp"
 

@@ -9,8 +9,8 @@
 
 struct ConfigImage {
     std::vector<std::uint8_t> bytes;
-    std::vector<std::uint8_t> capability_offsets; // in the order of spec.capabilities
+    std::vector<std::uint8_t> capability_offsets; // in the order of desc.capabilities
 };
 
 // Throws std::runtime_error when the capabilities do not fit or overlap.
-ConfigImage build_config_space(const PciFunctionSpec& spec);
+ConfigImage build_config_space(const PciFunctionDesc& desc);

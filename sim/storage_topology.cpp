@@ -89,7 +89,7 @@ std::string rest_of_line(const std::string& line)
     return text;
 }
 
-void host(const std::vector<std::string>& words, StorageSpec& storage)
+void host(const std::vector<std::string>& words, StorageDesc& storage)
 {
     if (words.size() != 3)
         throw ParseError("host needs NUMBER PCI-NAME");
@@ -102,75 +102,75 @@ void host(const std::vector<std::string>& words, StorageSpec& storage)
     storage.hosts.push_back({static_cast<unsigned>(*number), words[2]});
 }
 
-void disk(const std::vector<std::string>& words, StorageSpec& storage)
+void disk(const std::vector<std::string>& words, StorageDesc& storage)
 {
     if (words.size() < 2 || !is_name(words[1]))
         throw ParseError("disk needs a name under /dev");
-    DiskSpec spec;
-    spec.name = words[1];
+    DiskDesc desc;
+    desc.name = words[1];
     Arguments args(words, 2);
     if (auto dev = args.text("dev")) {
-        std::tie(spec.major, spec.minor) = device_number(*dev);
-    } else if (auto number = sd_device_number(spec.name)) {
-        std::tie(spec.major, spec.minor) = *number;
+        std::tie(desc.major, desc.minor) = device_number(*dev);
+    } else if (auto number = sd_device_number(desc.name)) {
+        std::tie(desc.major, desc.minor) = *number;
     } else {
-        throw ParseError("disk " + spec.name + " needs dev=MAJOR:MINOR");
+        throw ParseError("disk " + desc.name + " needs dev=MAJOR:MINOR");
     }
     if (auto parts = args.number("parts", 15))
-        spec.partitions = static_cast<unsigned>(*parts);
+        desc.partitions = static_cast<unsigned>(*parts);
     if (auto number = args.number("host", 0xffff)) {
         auto known = std::find_if(storage.hosts.begin(), storage.hosts.end(),
-                                  [&](const ScsiHostSpec& h) { return h.number == *number; });
+                                  [&](const ScsiHostDesc& h) { return h.number == *number; });
         if (known == storage.hosts.end())
             throw ParseError("no host " + std::to_string(*number) + " defined before");
-        spec.host = static_cast<unsigned>(*number);
+        desc.host = static_cast<unsigned>(*number);
     }
     if (auto ids = args.text("id"))
         for (auto& id : comma_list(*ids)) {
             if (!is_name(id))
                 throw ParseError("bad by-id name: " + id);
-            spec.ids.push_back(std::move(id));
+            desc.ids.push_back(std::move(id));
         }
     if (auto err = args.text("open"))
-        spec.open_error = errno_value(*err);
+        desc.open_error = errno_value(*err);
     if (auto busy = args.number("busy", 1000))
-        spec.open_busy = static_cast<unsigned>(*busy);
+        desc.open_busy = static_cast<unsigned>(*busy);
     if (auto err = args.text("ioctl"))
-        spec.ioctl_error = errno_value(*err);
+        desc.ioctl_error = errno_value(*err);
     if (auto err = args.text("relay"))
-        spec.relay_error = errno_value(*err);
-    spec.sysfs_link = args.text("sysfs");
+        desc.relay_error = errno_value(*err);
+    desc.sysfs_link = args.text("sysfs");
     args.finish();
     for (const auto& other : storage.disks) {
-        if (other.name == spec.name)
-            throw ParseError("disk " + spec.name + " already defined");
+        if (other.name == desc.name)
+            throw ParseError("disk " + desc.name + " already defined");
         // The diagnostic device finds disks by device number.
-        if (other.major == spec.major && spec.minor <= other.minor + other.partitions &&
-            other.minor <= spec.minor + spec.partitions)
-            throw ParseError("disk " + spec.name + " shares device numbers with " + other.name);
+        if (other.major == desc.major && desc.minor <= other.minor + other.partitions &&
+            other.minor <= desc.minor + desc.partitions)
+            throw ParseError("disk " + desc.name + " shares device numbers with " + other.name);
     }
-    storage.disks.push_back(std::move(spec));
+    storage.disks.push_back(std::move(desc));
 }
 
-void kvph(const std::vector<std::string>& words, StorageSpec& storage)
+void kvph(const std::vector<std::string>& words, StorageDesc& storage)
 {
     if (words.size() < 2 || !is_name(words[1]))
         throw ParseError("kvph needs a directory name");
-    KvphSpec spec;
-    spec.name = words[1];
+    KvphDesc desc;
+    desc.name = words[1];
     Arguments args(words, 2);
     if (auto disks = args.text("disk"))
-        spec.disks = comma_list(*disks);
-    spec.bare_links = args.flag("bare");
+        desc.disks = comma_list(*disks);
+    desc.bare_links = args.flag("bare");
     args.finish();
     for (const auto& other : storage.kvph)
-        if (other.name == spec.name)
-            throw ParseError("kvph " + spec.name + " already defined");
+        if (other.name == desc.name)
+            throw ParseError("kvph " + desc.name + " already defined");
     storage.kvpx = true;
-    storage.kvph.push_back(std::move(spec));
+    storage.kvph.push_back(std::move(desc));
 }
 
-void path(const std::vector<std::string>& words, StorageSpec& storage)
+void path(const std::vector<std::string>& words, StorageDesc& storage)
 {
     if (storage.kvph.empty())
         throw ParseError("path needs a kvph before it");
@@ -190,57 +190,57 @@ void path(const std::vector<std::string>& words, StorageSpec& storage)
     storage.kvph.back().entries.push_back(std::move(entry));
 }
 
-void vds(const std::vector<std::string>& words, StorageSpec& storage)
+void vds(const std::vector<std::string>& words, StorageDesc& storage)
 {
     if (storage.vds)
         throw ParseError("vds already defined");
-    VdsSpec spec;
+    VdsDesc desc;
     Arguments args(words, 1);
     if (auto major = args.number("major", 4095))
-        spec.major = static_cast<unsigned>(*major);
+        desc.major = static_cast<unsigned>(*major);
     if (auto proc = args.text("proc")) {
         if (*proc != "char" && *proc != "block" && *proc != "both" && *proc != "none")
             throw ParseError("proc must be char, block, both or none");
-        spec.in_character = *proc == "char" || *proc == "both";
-        spec.in_block = *proc == "block" || *proc == "both";
+        desc.in_character = *proc == "char" || *proc == "both";
+        desc.in_block = *proc == "block" || *proc == "both";
     }
     if (auto diag = args.text("diag")) {
         if (*diag == "absent")
-            spec.diag_present = false;
+            desc.diag_present = false;
         else
-            spec.diag_open_error = errno_value(*diag);
+            desc.diag_open_error = errno_value(*diag);
     }
     if (auto busy = args.number("diag_busy", 1000))
-        spec.diag_open_busy = static_cast<unsigned>(*busy);
+        desc.diag_open_busy = static_cast<unsigned>(*busy);
     args.finish();
-    storage.vds = std::move(spec);
+    storage.vds = std::move(desc);
 }
 
-void volume(const std::vector<std::string>& words, StorageSpec& storage)
+void volume(const std::vector<std::string>& words, StorageDesc& storage)
 {
     if (!storage.vds)
         throw ParseError("volume needs vds before it");
     if (words.size() < 2)
         throw ParseError("volume needs CLASS/VOLUME");
     auto slash = words[1].find('/');
-    VolumeSpec spec;
+    VolumeDesc desc;
     if (slash != std::string::npos) {
-        spec.vds_class = words[1].substr(0, slash);
-        spec.name = words[1].substr(slash + 1);
+        desc.vds_class = words[1].substr(0, slash);
+        desc.name = words[1].substr(slash + 1);
     }
-    if (!is_name(spec.vds_class) || !is_name(spec.name))
+    if (!is_name(desc.vds_class) || !is_name(desc.name))
         throw ParseError("volume needs CLASS/VOLUME: " + words[1]);
     auto& volumes = storage.vds->volumes;
-    spec.minor = volumes.empty() ? 1 : volumes.back().minor + 1;
+    desc.minor = volumes.empty() ? 1 : volumes.back().minor + 1;
     Arguments args(words, 2);
     if (auto minor = args.number("minor", 0xfffff))
-        spec.minor = static_cast<unsigned>(*minor);
-    spec.character = args.flag("char");
+        desc.minor = static_cast<unsigned>(*minor);
+    desc.character = args.flag("char");
     args.finish();
-    volumes.push_back(std::move(spec));
+    volumes.push_back(std::move(desc));
 }
 
-QueryCase& current_case(StorageSpec& storage)
+QueryCase& current_case(StorageDesc& storage)
 {
     if (!storage.vdsstat || storage.vdsstat->empty())
         throw ParseError("no vdsstat case before this line");
@@ -248,7 +248,7 @@ QueryCase& current_case(StorageSpec& storage)
 }
 
 void query_step(const std::vector<std::string>& words, const std::string& line,
-                StorageSpec& storage)
+                StorageDesc& storage)
 {
     QueryCase& query = current_case(storage);
     const std::string& verb = words[0];
@@ -285,7 +285,7 @@ bool is_storage_statement(const std::string& verb)
 }
 
 void storage_statement(const std::vector<std::string>& words, const std::string& line,
-                       StorageSpec& storage)
+                       StorageDesc& storage)
 {
     const std::string& verb = words[0];
     if (verb == "host") {

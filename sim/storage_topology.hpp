@@ -2,7 +2,7 @@
 // The storage statements of a topology description (README.md): SCSI hosts
 // and disks, the multipath tree, the volume manager and its query command.
 
-#include "storage_spec.hpp"
+#include "storage_desc.hpp"
 
 #include <string>
 #include <vector>
@@ -13,4 +13,4 @@ bool is_storage_statement(const std::string& verb);
 // the output lines of the query command, which keep their blanks. Throws
 // ParseError.
 void storage_statement(const std::vector<std::string>& words, const std::string& line,
-                       StorageSpec& storage);
+                       StorageDesc& storage);

@@ -37,16 +37,16 @@ std::string canonical(const std::string& path)
 
 // hostN's directory below /sys/devices: under its adapter's function when
 // the topology has that function, otherwise directly under the root bus.
-std::string host_dir(const Topology& topology, const ScsiHostSpec& host)
+std::string host_dir(const Topology& topology, const ScsiHostDesc& host)
 {
     std::string pci = "pci0000:00/" + host.pci_name;
-    for (const auto& spec : topology.functions)
-        if (spec.address.name() == host.pci_name)
-            pci = device_path(topology, spec);
+    for (const auto& desc : topology.functions)
+        if (desc.address.name() == host.pci_name)
+            pci = device_path(topology, desc);
     return pci + "/host" + std::to_string(host.number);
 }
 
-const ScsiHostSpec& host_of(const StorageSpec& storage, unsigned number)
+const ScsiHostDesc& host_of(const StorageDesc& storage, unsigned number)
 {
     for (const auto& host : storage.hosts)
         if (host.number == number)
@@ -69,11 +69,11 @@ void write_hosts(const std::string& sys, const Topology& topology)
 }
 
 // What /sys/block/NAME/device points at; empty when nothing does.
-std::string disk_link(const Topology& topology, const DiskSpec& disk, const std::string& sys)
+std::string disk_link(const Topology& topology, const DiskDesc& disk, const std::string& sys)
 {
     if (disk.sysfs_link)
         return *disk.sysfs_link;
-    const StorageSpec& storage = topology.storage;
+    const StorageDesc& storage = topology.storage;
     for (const auto& kvph : storage.kvph) {
         if (std::find(kvph.disks.begin(), kvph.disks.end(), disk.name) == kvph.disks.end())
             continue;
@@ -134,7 +134,7 @@ void write_disks(const std::string& root, const Topology& topology)
     }
 }
 
-void write_kvpx(const std::string& sys, const StorageSpec& storage)
+void write_kvpx(const std::string& sys, const StorageDesc& storage)
 {
     if (!storage.kvpx)
         return;
@@ -158,7 +158,7 @@ void write_kvpx(const std::string& sys, const StorageSpec& storage)
         for (const auto& name : kvph.disks) {
             const auto& disks = storage.disks;
             if (std::none_of(disks.begin(), disks.end(),
-                             [&](const DiskSpec& d) { return d.name == name; }))
+                             [&](const DiskDesc& d) { return d.name == name; }))
                 throw std::runtime_error("kvph " + kvph.name + ": no disk " + name);
         }
     }
@@ -174,7 +174,7 @@ std::optional<unsigned> line_major(const std::string& line)
 }
 
 // "vdsdev" in the sections asked for, in major order as the kernel lists.
-std::string with_vdsdev(const std::string& text, const VdsSpec& vds)
+std::string with_vdsdev(const std::string& text, const VdsDesc& vds)
 {
     char entry[32];
     std::snprintf(entry, sizeof entry, "%3u vdsdev", vds.major);
@@ -202,7 +202,7 @@ std::string with_vdsdev(const std::string& text, const VdsSpec& vds)
     return out;
 }
 
-void write_vds(const std::string& root, const VdsSpec& vds)
+void write_vds(const std::string& root, const VdsDesc& vds)
 {
     const std::string proc = root + "/proc-devices";
     if (auto text = read_file(proc))
@@ -216,7 +216,7 @@ void write_vds(const std::string& root, const VdsSpec& vds)
 
 state::StorageState storage_state(const Topology& topology)
 {
-    const StorageSpec& storage = topology.storage;
+    const StorageDesc& storage = topology.storage;
     state::StorageState out;
     for (const auto& disk : storage.disks)
         out.disks.push_back({disk.name, disk.major, disk.minor, disk.partitions,
@@ -241,7 +241,7 @@ state::StorageState storage_state(const Topology& topology)
 
 void write_storage(const std::string& root, const Topology& topology)
 {
-    const StorageSpec& storage = topology.storage;
+    const StorageDesc& storage = topology.storage;
     write_hosts(root + "/sys", topology);
     write_disks(root, topology);
     write_kvpx(root + "/sys", storage);

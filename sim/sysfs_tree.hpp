@@ -13,4 +13,4 @@ std::vector<state::ShpcWindow> write_sysfs(const std::string& sys, const Topolog
 
 // "pci0000:00/0000:00:1e.0/0000:07:01.0": where a function's directory lies
 // below /sys/devices.
-std::string device_path(const Topology& topology, const PciFunctionSpec& spec);
+std::string device_path(const Topology& topology, const PciFunctionDesc& desc);

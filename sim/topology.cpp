@@ -90,7 +90,7 @@ private:
         return lines;
     }
 
-    PciFunctionSpec& current()
+    PciFunctionDesc& current()
     {
         if (topology_.functions.empty())
             throw ParseError("no function before this line");
@@ -136,41 +136,41 @@ private:
         for (const auto& other : topology_.functions)
             if (other.address == *address)
                 throw ParseError("function " + address->name() + " already defined");
-        PciFunctionSpec spec;
-        spec.address = *address;
-        spec.line = static_cast<int>(index_ + 1);
+        PciFunctionDesc desc;
+        desc.address = *address;
+        desc.line = static_cast<int>(index_ + 1);
         const std::string& kind = words[0];
         if (kind == "adapter") {
-            spec.vendor = 0x1077;
-            spec.device = 0x2532;
-            spec.revision = 0x02;
-            spec.class_code = 0x0c0400; // Fibre Channel
+            desc.vendor = 0x1077;
+            desc.device = 0x2532;
+            desc.revision = 0x02;
+            desc.class_code = 0x0c0400; // Fibre Channel
         } else if (kind == "bridge" || kind == "port") {
-            spec.vendor = kind == "bridge" ? 0x8086 : 0x10b5;
-            spec.device = kind == "bridge" ? 0x0329 : 0x8748;
-            spec.revision = kind == "bridge" ? 0x09 : 0xca;
-            spec.class_code = 0x060400; // PCI-to-PCI bridge
-            spec.header_type = 1;
-            spec.command = 0x0007;
+            desc.vendor = kind == "bridge" ? 0x8086 : 0x10b5;
+            desc.device = kind == "bridge" ? 0x0329 : 0x8748;
+            desc.revision = kind == "bridge" ? 0x09 : 0xca;
+            desc.class_code = 0x060400; // PCI-to-PCI bridge
+            desc.header_type = 1;
+            desc.command = 0x0007;
         } else {
-            spec.device = 0x0001;
+            desc.device = 0x0001;
         }
         Arguments args(words, kind == "port" ? 3 : 2);
-        args.number_into("vendor", spec.vendor);
-        args.number_into("device", spec.device);
-        args.number_into("rev", spec.revision);
+        args.number_into("vendor", desc.vendor);
+        args.number_into("device", desc.device);
+        args.number_into("rev", desc.revision);
         if (auto value = args.number("class", 0xffffff))
-            spec.class_code = static_cast<std::uint32_t>(*value);
+            desc.class_code = static_cast<std::uint32_t>(*value);
         if (auto value = args.number("header", 0x7f))
-            spec.header_type = static_cast<std::uint8_t>(*value);
-        spec.multi_function = args.flag("multi");
+            desc.header_type = static_cast<std::uint8_t>(*value);
+        desc.multi_function = args.flag("multi");
         if (auto size = args.number("size", 4096)) {
             if (*size != 256 && *size != 4096)
                 throw ParseError("size must be 256 or 4096");
-            spec.config_size = static_cast<unsigned>(*size);
+            desc.config_size = static_cast<unsigned>(*size);
         }
-        args.number_into("command", spec.command);
-        args.number_into("status", spec.status);
+        args.number_into("command", desc.command);
+        args.number_into("status", desc.status);
         if (auto subsystem = args.text("subsystem")) {
             auto colon = subsystem->find(':');
             auto vendor = parse_number("0x" + subsystem->substr(0, colon), 0xffff);
@@ -179,27 +179,27 @@ private:
                               : parse_number("0x" + subsystem->substr(colon + 1), 0xffff);
             if (!vendor || !device)
                 throw ParseError("subsystem must be VVVV:DDDD: " + *subsystem);
-            spec.subsystem_vendor = static_cast<std::uint16_t>(*vendor);
-            spec.subsystem_device = static_cast<std::uint16_t>(*device);
-        } else if (spec.header_type == 0) {
-            spec.subsystem_vendor = spec.vendor;
-            spec.subsystem_device = spec.device;
+            desc.subsystem_vendor = static_cast<std::uint16_t>(*vendor);
+            desc.subsystem_device = static_cast<std::uint16_t>(*device);
+        } else if (desc.header_type == 0) {
+            desc.subsystem_vendor = desc.vendor;
+            desc.subsystem_device = desc.device;
         }
-        spec.primary_bus = spec.address.bus;
-        args.number_into("primary", spec.primary_bus);
+        desc.primary_bus = desc.address.bus;
+        args.number_into("primary", desc.primary_bus);
         bool has_secondary = false;
         if (auto value = args.number("secondary", 0xff)) {
-            spec.secondary_bus = static_cast<std::uint8_t>(*value);
+            desc.secondary_bus = static_cast<std::uint8_t>(*value);
             has_secondary = true;
         }
-        spec.subordinate_bus = spec.secondary_bus;
-        args.number_into("subordinate", spec.subordinate_bus);
-        if (spec.is_bridge() && !has_secondary)
-            throw ParseError(kind + " " + spec.address.name() + " needs secondary=BUS");
+        desc.subordinate_bus = desc.secondary_bus;
+        args.number_into("subordinate", desc.subordinate_bus);
+        if (desc.is_bridge() && !has_secondary)
+            throw ParseError(kind + " " + desc.address.name() + " needs secondary=BUS");
         if (kind == "port") {
             if (words.size() < 3 || !capability::port_type(words[2]))
                 throw ParseError("port needs a type: root, upstream or downstream");
-            topology_.functions.push_back(std::move(spec));
+            topology_.functions.push_back(std::move(desc));
             std::vector<std::string> pcie_words{"pcie", "type=" + words[2]};
             // slot, power and pslot on the port line belong to its capability
             for (const char* flag : {"slot", "power"})
@@ -211,7 +211,7 @@ private:
             pci_express(pcie_words, 1, topology_.functions.back());
         } else {
             args.finish();
-            topology_.functions.push_back(std::move(spec));
+            topology_.functions.push_back(std::move(desc));
         }
         topology_.listing.push_back(topology_.functions.back().address.name());
     }
@@ -240,8 +240,8 @@ private:
 
     void shpc(const std::vector<std::string>& words)
     {
-        PciFunctionSpec& spec = current();
-        if (spec.shpc_capability)
+        PciFunctionDesc& desc = current();
+        if (desc.shpc_capability)
             throw ParseError("function already has an SHPC capability");
         Arguments args(words, 1);
         unsigned code = capability::speed_pci33;
@@ -271,13 +271,13 @@ private:
         Capability cap = capability::shpc(regs[0]);
         place(cap, args);
         args.finish();
-        spec.shpc_capability = spec.capabilities.size();
-        spec.capabilities.push_back(std::move(cap));
-        spec.shpc_registers = std::move(regs);
+        desc.shpc_capability = desc.capabilities.size();
+        desc.capabilities.push_back(std::move(cap));
+        desc.shpc_registers = std::move(regs);
     }
 
     void pci_express(const std::vector<std::string>& words, std::size_t first,
-                     PciFunctionSpec& spec)
+                     PciFunctionDesc& desc)
     {
         Arguments args(words, first);
         capability::PciExpressOptions options;
@@ -304,7 +304,7 @@ private:
         Capability cap = capability::pci_express(options);
         place(cap, args);
         args.finish();
-        spec.capabilities.push_back(std::move(cap));
+        desc.capabilities.push_back(std::move(cap));
     }
 
     void plain_capability(const std::vector<std::string>& words)

@@ -5,7 +5,7 @@
 
 #include "numbers.hpp"
 #include "state_files.hpp"
-#include "storage_spec.hpp"
+#include "storage_desc.hpp"
 
 #include <cstdint>
 #include <map>
@@ -27,7 +27,7 @@ struct ConfigPoke {
     std::uint32_t value = 0;
 };
 
-struct PciFunctionSpec {
+struct PciFunctionDesc {
     PciAddress address;
     int line = 0;
     std::uint16_t vendor = 0x8086;
@@ -62,7 +62,7 @@ struct FileDirective {
 };
 
 struct Topology {
-    std::vector<PciFunctionSpec> functions;
+    std::vector<PciFunctionDesc> functions;
     // Names of /sys/bus/pci/devices in listing order: functions and extra
     // entries as they appear, unless an "order" statement replaced it.
     std::vector<std::string> listing;
@@ -70,7 +70,7 @@ struct Topology {
     state::DriverRules driver;
     bool driver_absent = false;
     std::vector<FileDirective> files;
-    StorageSpec storage;
+    StorageDesc storage;
 };
 
 // Throws std::runtime_error "FILE:LINE: message" on a malformed description.

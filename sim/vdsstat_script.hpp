@@ -3,7 +3,7 @@
 // it appends its command line to a log, then prints, sleeps and ends as the
 // case of its argument vector says.
 
-#include "storage_spec.hpp"
+#include "storage_desc.hpp"
 
 #include <string>
 #include <vector>

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-struct ScsiHostSpec {
+struct ScsiHostDesc {
     unsigned number = 0;
     // What SCSI_IOCTL_GET_PCI answers for the host's disks: normally a
     // function of the topology, but any text (a name too long for the
@@ -15,7 +15,7 @@ struct ScsiHostSpec {
     std::string pci_name;
 };
 
-struct DiskSpec {
+struct DiskDesc {
     std::string name; // under /dev
     unsigned major = 8;
     unsigned minor = 0;
@@ -36,28 +36,28 @@ struct KvphEntry {
     std::string host; // the file's text before its newline
 };
 
-struct KvphSpec {
+struct KvphDesc {
     std::string name;                 // kvphN
     std::vector<std::string> disks;   // their /sys/block/DISK/device link here
     bool bare_links = false;          // ... ending at the directory itself
     std::vector<KvphEntry> entries;   // listed first, in this order
 };
 
-struct VolumeSpec {
+struct VolumeDesc {
     std::string vds_class;
     std::string name;
     unsigned minor = 0;
     bool character = false;
 };
 
-struct VdsSpec {
+struct VdsDesc {
     unsigned major = 247;
     bool in_character = true; // "vdsdev" lines in /proc/devices
     bool in_block = true;
     bool diag_present = true;
     int diag_open_error = 0;
     unsigned diag_open_busy = 0;
-    std::vector<VolumeSpec> volumes;
+    std::vector<VolumeDesc> volumes;
 };
 
 // What /usr/sbin/vdsstat does for one argument vector.
@@ -73,12 +73,12 @@ struct QueryCase {
     std::optional<std::string> signal; // a kill(1) signal name, ends it instead
 };
 
-struct StorageSpec {
-    std::vector<ScsiHostSpec> hosts;
-    std::vector<DiskSpec> disks;
+struct StorageDesc {
+    std::vector<ScsiHostDesc> hosts;
+    std::vector<DiskDesc> disks;
     bool kvpx = false; // /sys/devices/kvpx, also without a device in it
-    std::vector<KvphSpec> kvph;
-    std::optional<VdsSpec> vds;
+    std::vector<KvphDesc> kvph;
+    std::optional<VdsDesc> vds;
     // /usr/sbin/vdsstat exists once the topology scripts a case.
     std::optional<std::vector<QueryCase>> vdsstat;
 };
