@@ -1,7 +1,8 @@
 #!/bin/bash
 # A tour of slotag on the embedded simulated server: the label table is
 # listed, registered with the (simulated) hot-plug driver, edited and
-# written back with backups. Run as root on Debian 12.
+# written back with backups, and entries are added by the disk or the
+# volume-manager volume behind an adapter. Run as root on Debian 12.
 set -euo pipefail
 cd "$(dirname "$0")"
 bash scripts/deps.sh
@@ -54,6 +55,17 @@ step "Delete a label; an unknown one is reported, the others still go"
 run -d boot nosuch
 echo "-- hba_addr.conf now:"; cat "$root/etc/hba_addr.conf"
 build/sim/slotag-sim dump "$root" --clear >/dev/null
+
+step "Add entries by the disk behind an adapter: the kernel names the disk's\n   adapter; a by-id link or a partition is kept as the label"
+run -a /dev/disk/by-id/scsi-35000c500a1b2c3d4-part1
+echo "-- hba_addr.conf now:"; cat "$root/etc/hba_addr.conf"
+build/sim/slotag-sim dump "$root" --clear >/dev/null
+
+step "Add a volume and a class of the volume manager: one entry per disk,\n   asked for through the volume manager; an operand that fails is reported\n   and the others still go"
+run -a /dev/vdsdev/data/dsk/vol1 data /dev/nosuchdisk
+echo "-- hba_addr.conf now:"; cat "$root/etc/hba_addr.conf"
+echo "-- what the volume manager was asked (decoded by the simulator):"
+build/sim/slotag-sim dump "$root" --clear | grep '^vds'
 
 step "Mistakes are refused with a clear message and a status to act on"
 run -c fc0 'bad label'
