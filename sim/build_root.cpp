@@ -130,6 +130,8 @@ void build_root(const std::string& root, const std::string& topology_file)
     write_file(state + "/" + state::pci_order_file, listing_text(topology));
     write_file(state + "/" + state::shpc_file, state::format_shpc(write_sysfs(root + "/sys", topology)));
     write_file(state + "/" + state::driver_file, state::format_driver(topology.driver));
+    if (topology.fsync_signal != 0)
+        write_file(state + "/" + state::fsync_signal_file, std::to_string(topology.fsync_signal) + "\n");
 
     write_file(root + "/proc-devices", default_proc_devices, 0444);
     write_dev(root + "/dev", !topology.driver_absent);

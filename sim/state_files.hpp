@@ -6,6 +6,7 @@
 //   shpc        "NAME CAP INDEX=VALUE ..." the SHPC register file of a bridge
 //   driver      "set_hba|set_shpc reject errno=E err_num=N [device_err_num=M]"
 //   requests/   NNN.result and NNN-*.bin, one set per driver request
+//   fsync-signal  a signal number the program is sent at each fsync
 
 #include <cstdint>
 #include <map>
@@ -20,6 +21,7 @@ inline constexpr const char* pci_order_file = "pci-order";
 inline constexpr const char* shpc_file = "shpc";
 inline constexpr const char* driver_file = "driver";
 inline constexpr const char* requests_dir = "requests";
+inline constexpr const char* fsync_signal_file = "fsync-signal";
 
 // Lines with their blanks trimmed; empty and comment lines left out.
 std::vector<std::string> content_lines(std::string_view text);

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <charconv>
 #include <map>
 #include <set>
@@ -118,6 +119,8 @@ private:
             order(words);
         else if (verb == "driver")
             driver(words);
+        else if (verb == "fsync")
+            fsync_signal(words);
         else if (verb == "file" || verb == "dir" || verb == "symlink" || verb == "remove")
             file(words);
         else if (is_storage_statement(verb))
@@ -352,6 +355,18 @@ private:
     void order(const std::vector<std::string>& words)
     {
         order_.emplace(words.begin() + 1, words.end());
+    }
+
+    // A signal that arrives while a file is being synced: what the table
+    // writer must hold off until the new table is in place.
+    void fsync_signal(const std::vector<std::string>& words)
+    {
+        static const std::map<std::string, int> numbers{
+            {"HUP", SIGHUP}, {"INT", SIGINT}, {"QUIT", SIGQUIT}, {"USR1", SIGUSR1}, {"TERM", SIGTERM}};
+        auto it = words.size() == 3 && words[1] == "signal" ? numbers.find(words[2]) : numbers.end();
+        if (it == numbers.end())
+            throw ParseError("fsync signal HUP|INT|QUIT|USR1|TERM");
+        topology_.fsync_signal = it->second;
     }
 
     void driver(const std::vector<std::string>& words)

@@ -69,6 +69,7 @@ struct Topology {
     std::vector<std::string> extra_entries; // directories that are not functions
     state::DriverRules driver;
     bool driver_absent = false;
+    int fsync_signal = 0; // sent to the program at each fsync; 0: none
     std::vector<FileDirective> files;
     StorageDesc storage;
 };

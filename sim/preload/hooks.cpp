@@ -6,6 +6,8 @@
 
 #include "preload/module.hpp"
 #include "preload/real_calls.hpp"
+#include "preload/state.hpp"
+#include "state_files.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -15,7 +17,9 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdarg>
+#include <cstdlib>
 #include <cstring>
 #include <map>
 #include <memory>
@@ -294,6 +298,19 @@ EXPORT ssize_t pwrite64(int fd, const void* buf, size_t count, off64_t offset)
     if (Module* module = module_of(fd))
         return module->pwrite(fd, buf, count, offset);
     return real::pwrite(fd, buf, count, offset);
+}
+
+// The topology may have a signal sent at each fsync, so that the tests can
+// see what arrives while the table file is being written.
+EXPORT int fsync(int fd)
+{
+    static auto real_fn = next<int (*)(int)>("fsync");
+    if (auto number = read_state(state::fsync_signal_file)) {
+        const int signal = std::atoi(number->c_str());
+        if (signal > 0)
+            ::kill(::getpid(), signal);
+    }
+    return real_fn(fd);
 }
 
 EXPORT int ioctl(int fd, unsigned long request, ...) noexcept
