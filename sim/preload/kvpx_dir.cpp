@@ -5,7 +5,7 @@
 #include "preload/module.hpp"
 #include "preload/storage.hpp"
 
-#include <algorithm>
+#include <utility>
 
 namespace preload {
 
@@ -29,17 +29,7 @@ public:
     std::vector<std::string> order_directory(std::string_view path,
                                              std::vector<std::string> names) override
     {
-        std::sort(names.begin(), names.end());
-        std::vector<std::string> ordered;
-        for (const auto& name : order_of(path)->first) {
-            auto it = std::find(names.begin(), names.end(), name);
-            if (it != names.end()) {
-                ordered.push_back(name);
-                names.erase(it);
-            }
-        }
-        ordered.insert(ordered.end(), names.begin(), names.end());
-        return ordered;
+        return listed_first(order_of(path)->first, std::move(names));
     }
 };
 

@@ -40,6 +40,11 @@ public:
     }
 };
 
+// A directory listing: the names of first that are among names, in that
+// order, then the rest of names by name (listing_order.cpp).
+std::vector<std::string> listed_first(const std::vector<std::string>& first,
+                                      std::vector<std::string> names);
+
 // Every module, in the order they are asked (registry.cpp).
 const std::vector<Module*>& modules();
 

@@ -6,7 +6,7 @@
 #include "preload/state.hpp"
 #include "state_files.hpp"
 
-#include <algorithm>
+#include <utility>
 
 namespace preload {
 
@@ -24,17 +24,8 @@ public:
     std::vector<std::string> order_directory(std::string_view /*path*/,
                                              std::vector<std::string> names) override
     {
-        std::sort(names.begin(), names.end());
-        std::vector<std::string> ordered;
-        for (const auto& name : state::content_lines(read_state(state::pci_order_file).value_or(""))) {
-            auto it = std::find(names.begin(), names.end(), name);
-            if (it != names.end()) {
-                ordered.push_back(name);
-                names.erase(it);
-            }
-        }
-        ordered.insert(ordered.end(), names.begin(), names.end());
-        return ordered;
+        return listed_first(state::content_lines(read_state(state::pci_order_file).value_or("")),
+                            std::move(names));
     }
 };
 
