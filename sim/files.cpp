@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <memory>
 #include <system_error>
 
@@ -122,4 +123,13 @@ std::vector<std::string> list_dir(const std::string& path)
     }
     std::sort(names.begin(), names.end());
     return names;
+}
+
+std::string canonical(const std::string& path)
+{
+    std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
+                                                          &std::free);
+    if (!resolved)
+        throw_errno(path);
+    return resolved.get();
 }

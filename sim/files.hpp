@@ -21,6 +21,8 @@ std::optional<std::string> read_file(const std::string& path);
 void make_dirs(const std::string& path, mode_t mode = 0755);
 void make_symlink(const std::string& target, const std::string& link);
 bool exists(const std::string& path);
+// realpath: the path with every link and "." or ".." resolved.
+std::string canonical(const std::string& path);
 bool is_directory(const std::string& path);
 // Names in a directory, "." and ".." left out, sorted.
 std::vector<std::string> list_dir(const std::string& path);

@@ -51,15 +51,6 @@ void drop_to(const Credentials& who)
         throw_errno("setuid");
 }
 
-std::string canonical(const std::string& path)
-{
-    std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
-                                                          &std::free);
-    if (!resolved)
-        throw_errno(path);
-    return resolved.get();
-}
-
 // PROGRAM as execvp would find it, looked up before the mounts hide anything.
 std::string find_program(const std::string& program)
 {

@@ -26,15 +26,6 @@ void make_node(const std::string& path, bool block, unsigned major, unsigned min
         throw_errno("mknod " + path);
 }
 
-std::string canonical(const std::string& path)
-{
-    std::unique_ptr<char, decltype(&std::free)> resolved(::realpath(path.c_str(), nullptr),
-                                                          &std::free);
-    if (!resolved)
-        throw_errno(path);
-    return resolved.get();
-}
-
 // hostN's directory below /sys/devices: under its adapter's function when
 // the topology has that function, otherwise directly under the root bus.
 std::string host_dir(const Topology& topology, const ScsiHostDesc& host)
