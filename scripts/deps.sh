@@ -4,7 +4,10 @@
 # nothing.
 set -euo pipefail
 packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev
-          g++-multilib qemu-user-static pciutils util-linux python3)
+          g++-multilib qemu-user-static pciutils util-linux python3
+          # packaging: cpack's .deb (dpkg-shlibdeps, file) and .rpm (rpmbuild),
+          # lintian; the unit and rule checks (systemd-analyze, man, udevadm)
+          dpkg-dev file rpm lintian systemd man-db udev)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
