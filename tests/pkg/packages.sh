@@ -1,6 +1,6 @@
 #!/bin/bash
 # The packages made by cpack: lintian finds no error in the .deb (its
-# overrides carry their reasons), and the RPM, made from the same install
+# overrides carry their reasons), its program is still hardened, and the RPM, made from the same install
 # rules, holds the same files with the same modes, the two configuration
 # files as %config(noreplace) and nothing else as configuration, and the
 # script that makes the log directory and lock file.
@@ -17,6 +17,11 @@ bad() { echo "FAIL: $*"; fail=1; }
 
 lintian -I --pedantic "$deb" 2>/dev/null | tee "$work/lintian.out"
 grep -q '^E: ' "$work/lintian.out" && bad "lintian reports errors"
+
+# The packaged (stripped) program keeps the build's hardening.
+dpkg-deb -x "$deb" "$work/x" || exit 1
+bash "$(dirname "$0")/../hardening.sh" "$work/x/opt/KVTPslotag/bin/slotag" >"$work/hardening.out" ||
+    bad "the packaged program: $(grep MISSING "$work/hardening.out")"
 
 # "MODE PATH" of every file and link, from each package
 dpkg-deb -c "$deb" | awk '$1 !~ /^d/ { sub(/^\./, "", $6); print $1, $6 }' | sort >"$work/deb.files"
