@@ -45,6 +45,7 @@ B,/dev/sdc 0000:06:00.0
   A,/dev/sdd 0000:06:00.0
 rack4:slot1,manual 0000:05:00.0
 nocomma 0000:05:00.0
+$(id),written-by-hand 0000:05:00.0
 /dev/vdsdev/data/dsk/vol1,/dev/sdb 0000:05:00.0
 C,/dev/sde 0000:06:00.0 # last, without a newline
 TABLE
@@ -88,7 +89,7 @@ KVTPslotag='KESTREL ' complete_line 'slotag -'
 KVTPslotag=kestrel complete_line 'slotag -'
 complete_line 'slotag -l -'
 KVTPslotag=KESTREL complete_line 'slotag -r -'
-echo "== labels for every operand of -d, each once, none from comments"
+echo "== labels for every operand of -d, each once, none from comments, quoted"
 complete_line 'slotag -d '
 complete_line 'slotag -d A '
 complete_line 'slotag -d /dev/v'
