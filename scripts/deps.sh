@@ -9,6 +9,8 @@ packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev
           # lintian; the unit and rule checks (systemd-analyze, man, udevadm)
           dpkg-dev file rpm lintian systemd man-db udev)
 missing=()
+# man page lint (mandoc) and rendering (man -l), the completion's test
+packages+=(mandoc man-db bash-completion)
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
 done
