@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <fcntl.h>
 #include <getopt.h>
 #include <unistd.h>
 
@@ -110,10 +111,25 @@ bool load_table()
     return false;
 }
 
+// Started from cron or a boot unit with a standard descriptor closed, the
+// lock file could be given its number and the report written into it: each
+// closed one is opened on /dev/null first.
+void open_standard_descriptors()
+{
+    for (int fd = 0; fd <= 2; fd++) {
+        if (fcntl(fd, F_GETFD) != -1 || errno != EBADF)
+            continue;
+        int null_fd = open("/dev/null", O_RDWR);
+        if (null_fd != fd && null_fd != -1)
+            close(null_fd);  // a lower number was free: nothing to stand in for
+    }
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
+    open_standard_descriptors();
     Output output = Output::TEXT;
     int status = parse_command_line(argc, argv, output);
     if (status != -1)
