@@ -3,14 +3,7 @@
 SLOTAG_SHOW=${SLOTAG_SHOW:-$(dirname "$SLOTAG")/slotag-show}
 
 # show_sim_run [SIM-OPTIONS] -- ARGS: slotag-show in the simulated server.
-show_sim_run() {
-    local simopts=()
-    while [ "$1" != "--" ]; do simopts+=("$1"); shift; done
-    shift
-    local tool=("$SLOTAG_SHOW")
-    [ -n "${SLOTAG_EMULATOR:-}" ] && tool=("$SLOTAG_EMULATOR" "$SLOTAG_SHOW")
-    "$SLOTAG_SIM" run "$TS_ROOT" --preload "$SLOTAG_PRELOAD" "${simopts[@]}" -- "${tool[@]}" "$@"
-}
+show_sim_run() { SLOTAG=$SLOTAG_SHOW sim_run "$@"; }
 
 # slotag_show [--user U] [--hold-lock S] ARGS: runs it and prints its
 # output, status, and whether it left the log, the label table and the
