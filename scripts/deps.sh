@@ -4,9 +4,7 @@
 # nothing.
 set -euo pipefail
 packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev
-          g++-multilib qemu-user-static pciutils util-linux python3
-          mandoc  # slotag-show(8) lint test
-          )
+          g++-multilib qemu-user-static pciutils util-linux python3)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
