@@ -7,7 +7,7 @@ set -euo pipefail
 cd "$(dirname "$0")"
 bash scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j"$(nproc)" --target slotag slotag-sim slotag-sim-preload >/dev/null
+cmake --build build -j"$(nproc)" --target slotag slotag-show slotag-sim slotag-sim-preload >/dev/null
 
 root=$(mktemp -d /tmp/slotag-tour.XXXXXX)
 rmdir "$root"
@@ -19,6 +19,12 @@ run() {  # run ARGS: the tool inside the simulated server
     printf '# slotag'; printf ' %q' "$@"; echo
     local rc=0
     build/sim/slotag-sim run "$root" -- "$PWD/build/slotag" "$@" || rc=$?
+    echo "(exit status $rc)"
+}
+show() {  # show ARGS: slotag-show inside the simulated server
+    printf '# slotag-show'; [ $# -gt 0 ] && printf ' %q' "$@"; echo
+    local rc=0
+    build/sim/slotag-sim run "$root" -- "$PWD/build/slotag-show" "$@" || rc=$?
     echo "(exit status $rc)"
 }
 log_tail() {
@@ -39,6 +45,9 @@ echo '1000:0097:07   # SAS adapters of revision 7 want the alternative power man
 
 step "The label table, as the administrator wrote it (blanks and comments kept)"
 run -l
+
+step "See before you register: slotag-show reads the same table and hardware as\n   slotag -r and says what it would send, without calling the driver"
+show
 
 step "Register the table: controllers are found in PCI configuration space,\n   adapters sorted into their slots, alterpm.conf matches marked (alt_pm=1)"
 run -r
@@ -77,7 +86,8 @@ log_tail 3
 step "An adapter without the power-management capability cannot be registered"
 sed -i '$d' "$root/etc/hba_addr.conf"
 echo 'old-sas,/dev/sde 0000:04:00.0' >>"$root/etc/hba_addr.conf"
+show | sed -n '/^Problems/,$p'
 run -r
 log_tail 3
 echo
-echo "The tour is over; see docs/slotag.8 for every option and exit status."
+echo "The tour is over; see docs/slotag.8 and docs/slotag-show.8 for every option and exit status."

@@ -3,12 +3,11 @@
 // log, lock, command line, table load, one mode, end line.
 #include <cerrno>
 #include <cstdlib>
-#include <fcntl.h>
 #include <unistd.h>
 
-#include "cli/open_retry.h"
 #include "cli/options.h"
 #include "cli/report.h"
+#include "cli/run_lock.h"
 #include "cli/user_log.h"
 #include "hotplug/register.h"
 #include "resolve/add.h"
@@ -21,7 +20,6 @@ namespace {
 constexpr const char *LOG_PATH = "/var/opt/KVTPslotag/log/user.log";
 constexpr int32_t LOG_SIZE_LIMIT = 0x100000;
 constexpr int32_t LOG_GENERATIONS = 4;
-constexpr const char *LOCK_PATH = "/var/opt/KVTPslotag/lock/.slotag.lock";
 
 // Every way out of a run after the log is open logs the place it ended.
 [[noreturn]] void finish(unsigned site, int status)
@@ -81,11 +79,10 @@ int main(int argc, char **argv)
     }
     log_info("start.\n");
 
-    // The descriptor stays open: the lock lasts until the process ends.
-    int lock_fd = open_retry(LOCK_PATH, O_RDWR);
-    if (lock_fd == -1)
+    RunLock lock = take_run_lock();
+    if (lock == RunLock::OPEN_FAILED)
         finish(0xfce, 10);
-    if (lockf_retry(lock_fd, F_TLOCK, 0, LOCK_PATH) != 0)
+    if (lock == RunLock::LOCK_FAILED)
         finish(0xfd3, 11);
 
     if (parse_option(argc, argv) == -1)

@@ -4,6 +4,8 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <vector>
 
 void log_info(const char *format, ...) __attribute__((format(printf, 1, 2)));
 void log_err(const char *format, ...) __attribute__((format(printf, 1, 2)));
@@ -18,3 +20,30 @@ void report_no_resources(unsigned long long amount, unsigned site); // lack of r
 void report_io_error(const char *name, int err, unsigned site);     // %s: an input/output error has occurred(%x:%x)
 void report_access_failure(const char *name, uint32_t status, unsigned site); // %s: failed to access file(%x:%x)
 void log_callee(const char *function, int site);                    // callee %s(%d)
+
+// report_error with the site number its text carries, for messages that
+// name their site in a format of their own.
+void report_site_error(unsigned site, const char *format, ...)
+    __attribute__((format(printf, 2, 3)));
+
+// What a report capture gathered: the texts of the failure messages (the
+// standard error lines without "ERROR: ", and the ERR log lines), and the
+// site number of the first message that named one (0: none yet).
+struct CapturedMessages {
+    std::vector<std::string> lines;
+    unsigned first_site = 0;
+};
+
+// While one is alive, failure messages go to `into` instead of standard
+// error and the log, and progress lines are dropped: a companion command can
+// run the registration's own checks and show what they would have said.
+class ReportCapture {
+public:
+    explicit ReportCapture(CapturedMessages &into);
+    ~ReportCapture();
+    ReportCapture(const ReportCapture &) = delete;
+    ReportCapture &operator=(const ReportCapture &) = delete;
+
+private:
+    CapturedMessages *previous_;
+};

@@ -152,7 +152,7 @@ int parse_d0_entry(LineToken &entry, uint16_t *vendor_id, uint16_t *device_id,
     return 0;
 }
 
-int parse_d0_conf()
+int read_d0_conf()
 {
     TokenCollector collector;
     collector.list = &alterpm_list;
@@ -167,6 +167,13 @@ int parse_d0_conf()
         report_access_failure(ALTERPM_CONF, status, SITE_READ);
         return -1;
     }
+    return 0;
+}
+
+int parse_d0_conf()
+{
+    if (read_d0_conf() == -1)
+        return -1;
     for (LineToken &entry : alterpm_list) {
         if (parse_d0_entry(entry, nullptr, nullptr, nullptr, nullptr) == -1) {
             log_callee("parse_d0_conf", SITE_ENTRY);

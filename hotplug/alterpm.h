@@ -16,6 +16,8 @@ extern TokenList alterpm_list;
 // Reads alterpm.conf into alterpm_list and checks every entry. 0, or -1
 // (reported).
 int parse_d0_conf();
+// Only the reading: 0, or -1 (reported).
+int read_d0_conf();
 
 // The values of one entry, parsed on the first call and cached on the token
 // (TOKEN_PARSED). Every out pointer may be null. 0, or -1 (reported).

@@ -28,7 +28,7 @@ struct ParsedBusId {
     uint64_t function_key;  // and the function
 };
 
-int mark(TokenList &table, std::vector<ParsedBusId> &busids)
+int mark(TokenList &table, std::vector<ParsedBusId> &busids, const DuplicateMarking &how)
 {
     for (LineToken &t : table) {
         if (!is_busid_token(t) || is_exact_duplicate(t))
@@ -36,6 +36,10 @@ int mark(TokenList &table, std::vector<ParsedBusId> &busids)
         uint16_t domain;
         uint8_t bus, device, function;
         if (parse_busid(t.text.c_str(), t.size, &domain, &bus, &device, &function) == -1) {
+            if (how.on_refused) {
+                how.on_refused(t);
+                continue;
+            }
             // The pairwise walk parses the first busID, then every later one
             // while comparing it with the first: the first failure is met in
             // that order, after the first busID has marked the ones before it.
@@ -73,11 +77,11 @@ int mark(TokenList &table, std::vector<ParsedBusId> &busids)
 
 } // namespace
 
-int mark_duplicate_busids(TokenList &table)
+int mark_duplicate_busids(TokenList &table, const DuplicateMarking &how)
 {
     std::vector<ParsedBusId> busids;
     try {
-        return mark(table, busids);
+        return mark(table, busids, how);
     } catch (const std::bad_alloc &) {
         // No room to hold the parsed busIDs: named by the place that would
         // have parsed the first one.

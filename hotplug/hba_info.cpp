@@ -16,6 +16,7 @@
 #include "hotplug/pci_access.h"
 #include "hotplug/pci_regs.h"
 #include "hotplug/pci_report.h"
+#include "hotplug/preview.h"
 #include "hotplug/shpc.h"
 #include "table/busid.h"
 #include "table/hba_addr_conf.h"
@@ -51,11 +52,22 @@ const PciFunction *find_function(const PciSnap &snap, uint16_t domain, uint8_t b
     return nullptr;
 }
 
-// 1 when an alterpm.conf entry names this adapter, 0 when none does, -1
-// (reported) when an entry does not parse.
-int alternative_pm_mark(const PciFunction &f, uint8_t revision)
+// How a build runs: for the register step (stop at the first problem), or
+// for a preview (every problem gathered into it, no record for the busIDs
+// concerned).
+struct BuildMode {
+    RegistrationPreview *preview = nullptr;
+};
+
+// 1 when an alterpm.conf entry names this adapter (*matched set to it when
+// given), 0 when none does, -1 (reported) when an entry does not parse. A
+// preview has checked every entry already: the bad ones take no part.
+int alternative_pm_mark(const PciFunction &f, uint8_t revision, const BuildMode &mode,
+                        const LineToken **matched)
 {
     for (LineToken &entry : alterpm_list) {
+        if (mode.preview && !(entry.flags & TOKEN_PARSED))
+            continue;
         uint16_t vendor_id, device_id;
         uint8_t revision_id, any_revision;
         if (parse_d0_entry(entry, &vendor_id, &device_id, &revision_id, &any_revision) == -1) {
@@ -63,14 +75,18 @@ int alternative_pm_mark(const PciFunction &f, uint8_t revision)
             return -1;
         }
         if (vendor_id == f.vendor_id && device_id == f.device_id &&
-            (any_revision == 1 || revision_id == revision))
+            (any_revision == 1 || revision_id == revision)) {
+            if (matched)
+                *matched = &entry;
             return 1;
+        }
     }
     return 0;
 }
 
 int build_hba_info(const PciSnap &snap, uint16_t domain, uint8_t bus, uint8_t device,
-                   uint8_t function, const LineToken &busid, HbaInfo *info)
+                   uint8_t function, const LineToken &busid, HbaInfo *info,
+                   const BuildMode &mode, const LineToken **matched = nullptr)
 {
     const char *text = busid.text.c_str();
     // bus_id holds 19 characters and the NUL. A longer text (extra leading
@@ -105,7 +121,7 @@ int build_hba_info(const PciSnap &snap, uint16_t domain, uint8_t bus, uint8_t de
                 text);
         return -1;
     }
-    int mark = alternative_pm_mark(*f, revision);
+    int mark = alternative_pm_mark(*f, revision, mode, matched);
     if (mark == -1)
         return -1;
 
@@ -127,14 +143,36 @@ HbaInfoList *controller_list(const ShpcInfo &shpc)
     return static_cast<HbaInfoList *>(driver_pointer(shpc.hba_list));
 }
 
+void note_record(const BuildMode &mode, const LineToken &t, int controller, uint32_t index,
+                 const LineToken *matched)
+{
+    if (mode.preview)
+        mode.preview->adapters.push_back({&t, controller, index, matched});
+}
+
+// A preview checks each adapter while counting, so that a busID with a
+// problem gets no record in either pass; true when it has one (recorded).
+bool preview_refuses(const PciSnap &snap, uint16_t domain, uint8_t bus, uint8_t device,
+                     uint8_t function, const LineToken &t, const BuildMode &mode)
+{
+    HbaInfo scratch{};
+    if (build_hba_info(snap, domain, bus, device, function, t, &scratch, mode) == 0)
+        return false;
+    add_preview_problem(*mode.preview, PreviewStage::ADAPTER, &t);
+    mode.preview->refused.insert(&t);
+    return true;
+}
+
 int build_shpc_hba_info_sub(const PciSnap &snap, ShpcInfoTable *table, HbaInfoList **list,
-                            BuildPass pass)
+                            BuildPass pass, const BuildMode &mode)
 {
     const char *const FN = "build_shpc_hba_info_sub";
     ShpcInfo *controllers = shpc_info_records(table);
     uint32_t k = 0;  // next record of the outside list
     for (const LineToken &t : hba_addr_table) {
         if (!is_busid_token(t))
+            continue;
+        if (mode.preview && mode.preview->refused.count(&t))
             continue;
         uint16_t domain;
         uint8_t bus, device, function;
@@ -143,22 +181,37 @@ int build_shpc_hba_info_sub(const PciSnap &snap, ShpcInfoTable *table, HbaInfoLi
             return -1;
         }
         ShpcInfo *owner = nullptr;
-        for (uint32_t i = 0; i < table->count && !owner; i++) {
+        bool unknown_speed = false;
+        for (uint32_t i = 0; i < table->count && !owner && !unknown_speed; i++) {
             int covers = shpc_covers_device(controllers[i], domain, bus, device);
-            if (covers == -1)
+            if (covers == -1 && !mode.preview)
                 return -1;
+            unknown_speed = covers == -1;
             if (covers == 1)
                 owner = &controllers[i];
         }
+        if (unknown_speed) {
+            // Met while counting; the filling pass skips the busID.
+            add_preview_problem(*mode.preview, PreviewStage::PLACEMENT, &t);
+            mode.preview->refused.insert(&t);
+            continue;
+        }
         if (t.flags & TOKEN_DUP_FUNCTION)
             continue;
+        if (mode.preview && pass == PASS_COUNT &&
+            preview_refuses(snap, domain, bus, device, function, t, mode))
+            continue;
+        const LineToken *matched = nullptr;
         if (owner) {
             if (pass == PASS_FILL) {
                 HbaInfo *slot = &hba_info_records(controller_list(*owner))[owner->hba_count];
-                if (build_hba_info(snap, domain, bus, device, function, t, slot) == -1) {
+                if (build_hba_info(snap, domain, bus, device, function, t, slot, mode,
+                                   &matched) == -1) {
                     log_callee(FN, SITE_SUB_FILL_CONTROLLER);
                     return -1;
                 }
+                note_record(mode, t, static_cast<int>(owner - controllers), owner->hba_count,
+                            matched);
             }
             owner->hba_count++;
             if (owner->hba_count > table->max_hba_count)
@@ -166,10 +219,11 @@ int build_shpc_hba_info_sub(const PciSnap &snap, ShpcInfoTable *table, HbaInfoLi
         } else {
             if (pass == PASS_FILL) {
                 if (build_hba_info(snap, domain, bus, device, function, t,
-                                   &hba_info_records(*list)[k]) == -1) {
+                                   &hba_info_records(*list)[k], mode, &matched) == -1) {
                     log_callee(FN, SITE_SUB_FILL_OUTSIDE);
                     return -1;
                 }
+                note_record(mode, t, -1, k, matched);
             }
             k++;
         }
@@ -208,7 +262,7 @@ void report_scan_failure(const PciSnap &snap, uint32_t code)
         log_err("pci scan false(%x)\n", code);
 }
 
-int build(ShpcInfoTable **table_out, HbaInfoList **list_out)
+int build(ShpcInfoTable **table_out, HbaInfoList **list_out, const BuildMode &mode)
 {
     const char *const FN = "build_shpc_hba_info";
     uint32_t code = 0;
@@ -239,19 +293,30 @@ int build(ShpcInfoTable **table_out, HbaInfoList **list_out)
     for (const ShpcInfo &s : shpc_list)
         memcpy(records++, &s, SHPC_INFO_DISCOVERED_SIZE);
 
-    if (mark_duplicate_busids(hba_addr_table) == -1)
+    DuplicateMarking marking;
+    if (mode.preview) {
+        // A busID that does not parse is a problem of its own and takes no
+        // part in the marks or the passes.
+        marking.on_refused = [&mode](const LineToken &t) {
+            add_preview_problem(*mode.preview, PreviewStage::BUSID, &t);
+            mode.preview->refused.insert(&t);
+        };
+    }
+    if (mark_duplicate_busids(hba_addr_table, marking) == -1)
         return -1;
     HbaInfoList *list = nullptr;
-    if (build_shpc_hba_info_sub(*snap, table, &list, PASS_COUNT) == -1) {
+    if (build_shpc_hba_info_sub(*snap, table, &list, PASS_COUNT, mode) == -1) {
         log_callee(FN, SITE_COUNTING);
         return -1;
     }
-    if (build_shpc_hba_info_sub(*snap, table, &list, PASS_FILL) == -1) {
+    if (build_shpc_hba_info_sub(*snap, table, &list, PASS_FILL, mode) == -1) {
         log_callee(FN, SITE_FILLING);
         return -1;
     }
     *table_out = table;
     *list_out = list;
+    if (mode.preview)
+        mode.preview->snap = std::move(snap);
     return 0;
 }
 
@@ -276,5 +341,13 @@ int build_shpc_hba_info(ShpcInfoTable **table, HbaInfoList **list)
 {
     *table = nullptr;
     *list = nullptr;
-    return build(table, list);
+    return build(table, list, BuildMode{});
+}
+
+int build_shpc_hba_info_preview(RegistrationPreview &preview)
+{
+    preview.table = nullptr;
+    preview.outside = nullptr;
+    BuildMode mode{&preview};
+    return build(&preview.table, &preview.outside, mode);
 }

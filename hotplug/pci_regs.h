@@ -47,6 +47,11 @@ constexpr uint32_t SHPC_SPEED_133_PCIX = 4;
 // Slot Configuration bits 12:8, the device number of the first slot.
 constexpr unsigned SHPC_FIRST_DEVICE_SHIFT = 8;
 constexpr uint32_t SHPC_SLOT_COUNT_MASK = 0x1f;  // each 5-bit slot count
+// Slot Configuration bits 26:16, the physical number of the first slot, and
+// bit 29, set when the numbers of the following slots go up (else down).
+constexpr unsigned SHPC_SLOT_CONFIG_PSN_SHIFT = 16;
+constexpr uint32_t SHPC_SLOT_CONFIG_PSN_MASK = 0x7ff;
+constexpr uint32_t SHPC_SLOT_CONFIG_PSN_UP = 1u << 29;
 
 // PCI Express capability.
 constexpr int PCI_EXP_FLAGS = 2;          // 16 bits
@@ -56,3 +61,4 @@ constexpr uint16_t PCI_EXP_TYPE_DOWNSTREAM = 6;
 constexpr uint16_t PCI_EXP_FLAGS_SLOT = 0x0100;
 constexpr int PCI_EXP_SLTCAP = 0x14;      // low 16 bits read
 constexpr uint16_t PCI_EXP_SLTCAP_PCP = 0x0002;  // power controller present
+constexpr unsigned PCI_EXP_SLTCAP_PSN_SHIFT = 19;  // bits 31:19, physical slot number

@@ -40,7 +40,7 @@ int hex_digit(char c)
 
 void refuse(unsigned code)
 {
-    report_error("failed to get a busID(%x).\n", code);
+    report_site_error(code, "failed to get a busID(%x).\n", code);
     report_error("please refer to the manual for more information.\n");
 }
 

@@ -117,3 +117,19 @@ TEST(HotplugDuplicates, ParseFailuresStopAtTheSiteOfThePairwiseWalk)
 }
 
 } // namespace
+
+// A preview's marking: a busID that does not parse is handed to on_refused
+// and takes no part; the others are marked as if it were absent, and the
+// marking neither stops nor logs a callee line.
+TEST(HotplugDuplicates, RefusedBusIdsAreSkippedWhenAsked)
+{
+    Said said;
+    TokenList table = table_of({"0:5:0", "0:5:0.0", "x:5:0.0", "0:5:0.1", "0:5:0.0", "0:5:z.0"});
+    std::vector<std::string> refused;
+    DuplicateMarking how;
+    how.on_refused = [&refused](const LineToken &t) { refused.push_back(t.text); };
+    EXPECT_EQ(mark_duplicate_busids(table, how), 0);
+    EXPECT_EQ(marks(table), "---DF-");
+    EXPECT_EQ(refused, (std::vector<std::string>{"0:5:0", "x:5:0.0", "0:5:z.0"}));
+    EXPECT_EQ(said.log_text().find("callee"), std::string::npos);
+}

@@ -1,0 +1,16 @@
+#include "cli/run_lock.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include "cli/open_retry.h"
+
+RunLock take_run_lock()
+{
+    int fd = open_retry(LOCK_PATH, O_RDWR);
+    if (fd == -1)
+        return RunLock::OPEN_FAILED;
+    if (lockf_retry(fd, F_TLOCK, 0, LOCK_PATH) != 0)
+        return RunLock::LOCK_FAILED;
+    return RunLock::HELD;
+}

@@ -1,0 +1,222 @@
+// The JSON report. Field names are stable (documented in slotag-show(8)):
+// the record fields carry the names the driver records use, with the values
+// sent; the rest say where each record comes from.
+#include <cinttypes>
+
+#include "hotplug/alterpm.h"
+#include "show/report_writers.h"
+
+namespace {
+
+void write_string(FILE *out, const std::string &s)
+{
+    fputc('"', out);
+    for (unsigned char c : s) {
+        if (c == '"' || c == '\\')
+            fprintf(out, "\\%c", c);
+        else if (c < 0x20 || c >= 0x7f)
+            fprintf(out, "\\u%04x", c);
+        else
+            fputc(c, out);
+    }
+    fputc('"', out);
+}
+
+void key(FILE *out, const char *name) { fprintf(out, "\"%s\": ", name); }
+
+void write_line(FILE *out, const TableLine &l)
+{
+    fprintf(out, "\"line\": %" PRIu32 ", \"label\": ", l.line);
+    write_string(out, l.label);
+    fprintf(out, ", \"entry\": ");
+    write_string(out, l.entry);
+}
+
+void write_adapter(FILE *out, const AdapterView &a, const char *indent)
+{
+    const HbaInfo &r = *a.record;
+    fprintf(out, "%s{", indent);
+    key(out, "bus_id");
+    write_string(out, r.bus_id);
+    fprintf(out, ", ");
+    write_line(out, a.line);
+    fprintf(out, ",\n%s \"magic\": %" PRIu32 ", \"alt_pm\": %" PRIu32 ", \"domain\": %u, "
+                 "\"bus\": %u, \"device\": %u, \"function\": %u, \"revision\": %u, "
+                 "\"pm_cap\": %u, \"header_type\": %u,\n",
+            indent, r.magic, r.alt_pm, r.domain, r.bus, r.device, r.function, r.revision,
+            r.pm_cap, r.header_type);
+    fprintf(out, "%s ", indent);
+    if (a.ids_known)
+        fprintf(out, "\"vendor_id\": %u, \"device_id\": %u, ", a.vendor_id, a.device_id);
+    else
+        fprintf(out, "\"vendor_id\": null, \"device_id\": null, ");
+    key(out, "alterpm");
+    if (a.alterpm_entry) {
+        fprintf(out, "{\"line\": %" PRIu32 ", \"entry\": ", a.alterpm_entry->line);
+        write_string(out, a.alterpm_entry->text);
+        fputc('}', out);
+    } else {
+        fprintf(out, "null");
+    }
+    fprintf(out, ", \"duplicates\": [");
+    const char *sep = "";
+    for (const TableLine &d : a.duplicates) {
+        fprintf(out, "%s{", sep);
+        write_line(out, d);
+        fputc('}', out);
+        sep = ", ";
+    }
+    fprintf(out, "]}");
+}
+
+void write_adapters(FILE *out, const std::vector<AdapterView> &list, const char *indent)
+{
+    fputc('[', out);
+    const char *sep = "\n";
+    for (const AdapterView &a : list) {
+        fputs(sep, out);
+        write_adapter(out, a, indent);
+        sep = ",\n";
+    }
+    fputc(']', out);
+}
+
+void write_controller(FILE *out, const ControllerView &v)
+{
+    const ShpcInfo &c = *v.record;
+    fprintf(out, "    {");
+    key(out, "bus_id");
+    write_string(out, c.bus_id);
+    fprintf(out, ", \"kind\": \"%s\",\n", c.magic == SHPC_MAGIC ? "shpc" : "pcie_port");
+    fprintf(out, "     \"magic\": %" PRIu32 ", \"domain\": %u, \"bus\": %u, \"device\": %u, "
+                 "\"function\": %u, \"revision\": %u, \"header_type\": %u,\n",
+            c.magic, c.domain, c.bus, c.device, c.function, c.revision, c.header_type);
+    fprintf(out, "     \"class_code\": %u, \"secondary_bus\": %u, \"cap_offset\": %u, "
+                 "\"first_device\": %u, \"slot_count\": %u,\n",
+            c.class_code, c.secondary_bus, c.cap_offset, c.first_device, c.slot_count);
+    fprintf(out, "     \"slots_available_1\": %" PRIu32 ", \"slots_available_2\": %" PRIu32
+                 ", \"slot_config\": %" PRIu32 ", \"sec_bus_config\": %" PRIu32
+                 ", \"hba_count\": %" PRIu32 ",\n",
+            c.slots_available_1, c.slots_available_2, c.slot_config, c.sec_bus_config,
+            c.hba_count);
+    fprintf(out, "     \"bus_speed\": ");
+    if (c.magic == SHPC_MAGIC)
+        fprintf(out, "\"%s\"", shpc_speed_key(c.sec_bus_config));
+    else
+        fprintf(out, "null");
+    fprintf(out, ", \"slots\": [");
+    const char *sep = "";
+    for (const SlotView &s : v.slots) {
+        fprintf(out, "%s{\"device\": ", sep);
+        if (s.device >= 0)
+            fprintf(out, "%d", s.device);
+        else
+            fprintf(out, "null");
+        fprintf(out, ", \"physical_slot\": ");
+        if (s.physical >= 0)
+            fprintf(out, "%ld", s.physical);
+        else
+            fprintf(out, "null");
+        fprintf(out, ", \"sysfs_slots\": [");
+        const char *sep2 = "";
+        for (const std::string &name : s.sysfs_names) {
+            fputs(sep2, out);
+            write_string(out, name);
+            sep2 = ", ";
+        }
+        fprintf(out, "]}");
+        sep = ", ";
+    }
+    fprintf(out, "],\n     \"adapters\": ");
+    write_adapters(out, v.adapters, "      ");
+    fputc('}', out);
+}
+
+void write_problem(FILE *out, const ProblemView &v)
+{
+    static const char *const stages[] = {"alterpm", "bus", "busid", "placement", "adapter"};
+    const PreviewProblem &p = *v.problem;
+    fprintf(out, "    {\"stage\": \"%s\", \"site\": ", stages[static_cast<int>(p.stage)]);
+    if (p.site)
+        fprintf(out, "\"%x\"", p.site);
+    else
+        fprintf(out, "null");
+    fprintf(out, ", \"file\": ");
+    if (v.file)
+        write_string(out, v.file);
+    else
+        fprintf(out, "null");
+    if (v.has_line) {
+        fprintf(out, ", \"line\": %" PRIu32 ", \"entry\": ", v.line.line);
+        write_string(out, v.line.entry);
+    } else {
+        fprintf(out, ", \"line\": null, \"entry\": null");
+    }
+    fprintf(out, ", \"label\": ");
+    if (!v.bus_id.empty())
+        write_string(out, v.line.label);
+    else
+        fprintf(out, "null");
+    fprintf(out, ", \"bus_id\": ");
+    if (!v.bus_id.empty())
+        write_string(out, v.bus_id);
+    else
+        fprintf(out, "null");
+    fprintf(out, ",\n     \"messages\": [");
+    const char *sep = "";
+    for (const std::string &m : p.messages) {
+        fputs(sep, out);
+        write_string(out, m);
+        sep = ", ";
+    }
+    fprintf(out, "]}");
+}
+
+} // namespace
+
+bool write_json_report(FILE *out, const ShowModel &m)
+{
+    fprintf(out, "{\n  \"would_register\": %s,\n", m.would_succeed() ? "true" : "false");
+    fprintf(out, "  \"summary\": ");
+    write_string(out, summary_line(m));
+    fprintf(out, ",\n  \"table\": ");
+    if (m.built)
+        fprintf(out, "{\"count\": %" PRIu32 ", \"total_size\": %" PRIu32
+                     ", \"max_hba_count\": %" PRIu32 "}",
+                m.preview->table->count, m.preview->table->total_size,
+                m.preview->table->max_hba_count);
+    else
+        fprintf(out, "null");
+    fprintf(out, ",\n  \"controllers\": [");
+    const char *sep = "\n";
+    for (const ControllerView &c : m.controllers) {
+        fputs(sep, out);
+        write_controller(out, c);
+        sep = ",\n";
+    }
+    fprintf(out, "],\n  \"outside\": ");
+    write_adapters(out, m.outside, "    ");
+    fprintf(out, ",\n  \"duplicates\": [");
+    sep = "\n";
+    for (const DuplicateView &d : m.duplicates) {
+        fprintf(out, "%s    {\"bus_id\": ", sep);
+        write_string(out, d.bus_id);
+        fprintf(out, ", ");
+        write_line(out, d.line);
+        fprintf(out, ", \"same_as_line\": ");
+        if (d.same_as_line)
+            fprintf(out, "%" PRIu32 "}", d.same_as_line);
+        else
+            fprintf(out, "null}");
+        sep = ",\n";
+    }
+    fprintf(out, "],\n  \"problems\": [");
+    sep = "\n";
+    for (const ProblemView &p : m.problems) {
+        fputs(sep, out);
+        write_problem(out, p);
+        sep = ",\n";
+    }
+    fprintf(out, "]\n}\n");
+    return fflush(out) == 0 && !ferror(out);
+}

@@ -1,0 +1,163 @@
+// slotag-show: what `slotag -r` would hand the hot-plug driver, in words or
+// as JSON, without calling the driver, writing a file or writing the
+// operation log. The run lock is taken as slotag takes it, because reading
+// the SHPC registers writes their select register.
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fcntl.h>
+#include <getopt.h>
+#include <unistd.h>
+
+#include "cli/options.h"
+#include "cli/report.h"
+#include "cli/run_lock.h"
+#include "cli/user_log.h"
+#include "hotplug/preview.h"
+#include "show/model.h"
+#include "show/report_writers.h"
+#include "table/hba_addr_conf.h"
+
+#ifndef SLOTAG_VERSION
+#define SLOTAG_VERSION "unknown"
+#endif
+
+namespace {
+
+constexpr int EXIT_WOULD_REGISTER = 0;
+constexpr int EXIT_WOULD_FAIL = 1;
+constexpr int EXIT_CANNOT_REPORT = 2;
+
+// A log handle without a file: the shared code logs through it and nothing
+// is written.
+constexpr int32_t LOG_SIZE_LIMIT = 0x100000;
+constexpr int32_t LOG_GENERATIONS = 4;
+
+void usage(FILE *out)
+{
+    fprintf(out,
+            "Usage: slotag-show [--json]\n"
+            "Shows the hot-plug controllers, their slots and the labelled adapters as\n"
+            "slotag -r would register them, and every problem that would make it fail,\n"
+            "without registering anything.\n"
+            "\n"
+            "  --json         the report as JSON\n"
+            "  -h, --help     this help\n"
+            "      --version  the version\n"
+            "\n"
+            "Exit status: 0 slotag -r would succeed, 1 it would fail, 2 no report\n"
+            "(not root, the lock, the command line, the label table).\n");
+}
+
+enum class Output { TEXT, JSON };
+
+// Returns -1 to go on with the output chosen, or the exit status.
+int parse_command_line(int argc, char **argv, Output &output)
+{
+    enum { OPT_JSON = 256, OPT_VERSION };
+    static const option longs[] = {{"json", no_argument, nullptr, OPT_JSON},
+                                   {"help", no_argument, nullptr, 'h'},
+                                   {"version", no_argument, nullptr, OPT_VERSION},
+                                   {nullptr, 0, nullptr, 0}};
+    opterr = 0;
+    bool bad = false;
+    int c;
+    while ((c = getopt_long(argc, argv, "h", longs, nullptr)) != -1) {
+        switch (c) {
+        case OPT_JSON: output = Output::JSON; break;
+        case 'h': usage(stdout); return fflush(stdout) == 0 ? 0 : EXIT_CANNOT_REPORT;
+        case OPT_VERSION:
+            printf("slotag-show %s\n", SLOTAG_VERSION);
+            return fflush(stdout) == 0 ? 0 : EXIT_CANNOT_REPORT;
+        default:
+            if (optopt > 0 && optopt < 256)
+                print_error("unknown option -%c.\n", optopt);
+            else
+                print_error("unknown option %s.\n", argv[optind - 1]);
+            bad = true;
+            break;
+        }
+    }
+    if (optind < argc) {
+        print_error("unexpected argument %s.\n", argv[optind]);
+        bad = true;
+    }
+    if (bad) {
+        print_error("usage: slotag-show [--json] | --help | --version\n");
+        return EXIT_CANNOT_REPORT;
+    }
+    return -1;
+}
+
+// The table as slotag loads it; its refusal is told with the lines slotag
+// would have written to its log.
+bool load_table()
+{
+    g_options.conf_file = DEFAULT_CONF_FILE;
+    g_options.timeout_sec = DEFAULT_TIMEOUT_SEC;
+    CapturedMessages details;
+    LineReaderStatus status = 0;
+    int loaded;
+    {
+        ReportCapture capture(details);
+        loaded = load_hba_addr_conf(g_options.conf_file, option_timeout_ms(), &status);
+    }
+    if (loaded == 0)
+        return true;
+    for (const std::string &line : details.lines)
+        print_error("%s\n", line.c_str());
+    report_access_failure(g_options.conf_file, status, 0xff4);
+    return false;
+}
+
+// Started from cron or a boot unit with a standard descriptor closed, the
+// lock file could be given its number and the report written into it: each
+// closed one is opened on /dev/null first.
+void open_standard_descriptors()
+{
+    for (int fd = 0; fd <= 2; fd++) {
+        if (fcntl(fd, F_GETFD) != -1 || errno != EBADF)
+            continue;
+        int null_fd = open("/dev/null", O_RDWR);
+        if (null_fd != fd && null_fd != -1)
+            close(null_fd);  // a lower number was free: nothing to stand in for
+    }
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    open_standard_descriptors();
+    Output output = Output::TEXT;
+    int status = parse_command_line(argc, argv, output);
+    if (status != -1)
+        return status;
+    if (geteuid() != 0) {
+        print_error("must run as root.\n");
+        return EXIT_CANNOT_REPORT;
+    }
+    uint32_t code = 0;
+    g_user_log = user_log_open(program_invocation_short_name, nullptr, LOG_SIZE_LIMIT,
+                               LOG_GENERATIONS, &code);
+    if (!g_user_log) {
+        print_error("initialization failed(%x).\n", code);
+        return EXIT_CANNOT_REPORT;
+    }
+    if (take_run_lock() != RunLock::HELD)
+        return EXIT_CANNOT_REPORT;
+    if (!load_table())
+        return EXIT_CANNOT_REPORT;
+
+    RegistrationPreview preview;
+    preview_registration(preview);
+    ShowModel model = make_show_model(preview, g_options.conf_file);
+    bool written = output == Output::JSON ? write_json_report(stdout, model)
+                                          : write_text_report(stdout, model);
+    if (!written) {
+        print_error("standard output: %s.\n", strerror(errno));
+        return EXIT_CANNOT_REPORT;
+    }
+    return model.would_succeed() ? EXIT_WOULD_REGISTER : EXIT_WOULD_FAIL;
+}
