@@ -20,7 +20,6 @@ expect() {
     got=$(stat -c '%a %F' "$dest/$1" 2>/dev/null) || { bad "$1 is missing"; return; }
     [ "$got" = "$2 $3" ] || bad "$1 is '$got', wanted '$2 $3'"
 }
-expect opt/KVTPslotag/bin/slotag 755 "regular file"
 expect etc/opt/KVTPslotag/hba_addr.conf 600 "regular file"
 expect etc/opt/KVTPslotag/alterpm.conf 644 "regular file"
 expect var/opt/KVTPslotag/log 750 directory
@@ -30,9 +29,12 @@ expect lib/systemd/system/slotag-register.service 644 "regular file"
 expect lib/udev/rules.d/60-slotag.rules 644 "regular file"
 expect usr/share/doc/slotag/copyright 644 "regular file"
 expect usr/share/doc/slotag/changelog.gz 644 "regular file"
-[ "$(readlink "$dest/usr/sbin/slotag")" = /opt/KVTPslotag/bin/slotag ] ||
-    bad "usr/sbin/slotag does not link to /opt/KVTPslotag/bin/slotag"
-cmp -s "$build/slotag" "$dest/opt/KVTPslotag/bin/slotag" || bad "the installed binary is not the build's"
+for cmd in slotag slotag-show; do
+    expect opt/KVTPslotag/bin/$cmd 755 "regular file"
+    [ "$(readlink "$dest/usr/sbin/$cmd")" = /opt/KVTPslotag/bin/$cmd ] ||
+        bad "usr/sbin/$cmd does not link to /opt/KVTPslotag/bin/$cmd"
+    cmp -s "$build/$cmd" "$dest/opt/KVTPslotag/bin/$cmd" || bad "the installed $cmd is not the build's"
+done
 grep -q '^ExecStart=/opt/KVTPslotag/bin/slotag -r$' "$dest/lib/systemd/system/slotag-register.service" ||
     bad "the unit does not run the installed binary"
 # every man page and completion file of the source tree, whatever it is
