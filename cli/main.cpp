@@ -9,6 +9,7 @@
 #include "cli/open_retry.h"
 #include "cli/options.h"
 #include "cli/report.h"
+#include "cli/startup.h"
 #include "cli/user_log.h"
 #include "hotplug/register.h"
 #include "resolve/add.h"
@@ -68,6 +69,9 @@ constexpr const char *LOCK_PATH = "/var/opt/KVTPslotag/lock/.slotag.lock";
 
 int main(int argc, char **argv)
 {
+    // Before anything is opened: a closed standard descriptor must not be
+    // handed to the log or the table, nor a message meant for it written there.
+    reserve_standard_descriptors();
     if (geteuid() != 0) {
         print_error("must run as root.\n");
         return 1;
