@@ -5,6 +5,7 @@
 // and 64-bit offset (*64) ones included.
 
 #include "preload/module.hpp"
+#include "preload/observe.hpp"
 #include "preload/real_calls.hpp"
 #include "preload/state.hpp"
 #include "state_files.hpp"
@@ -24,6 +25,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #define EXPORT extern "C" __attribute__((visibility("default")))
@@ -41,6 +43,7 @@ struct Tables {
         std::vector<unsigned char> types;
         std::vector<ino64_t> inodes;
         std::size_t next = 0;
+        std::optional<ListingFailure> failure; // a test's failing readdir
         dirent entry{};
         dirent64 entry64{};
     };
@@ -310,7 +313,9 @@ EXPORT int fsync(int fd)
         if (signal > 0)
             ::kill(::getpid(), signal);
     }
-    return real_fn(fd);
+    const int result = real_fn(fd);
+    record_fsync(fd, result);
+    return result;
 }
 
 EXPORT int ioctl(int fd, unsigned long request, ...) noexcept
@@ -359,6 +364,7 @@ void take_listing(DIR* dir, Module* module, const std::string& path)
         listing->inodes.push_back(it->second.second);
         listing->names.push_back(std::move(name));
     }
+    listing->failure = listing_failure(path);
     std::lock_guard lock(tables().mutex);
     tables().listings[dir] = std::move(listing);
 }
@@ -372,6 +378,11 @@ bool next_entry(DIR* dir, Entry*& out, Entry Tables::Listing::*slot)
     if (it == tables().listings.end())
         return false;
     Tables::Listing& listing = *it->second;
+    if (listing.failure && listing.next >= listing.failure->after) {
+        errno = listing.failure->err;
+        out = nullptr;
+        return true;
+    }
     if (listing.next >= listing.names.size()) {
         out = nullptr;
         return true;
