@@ -313,7 +313,13 @@ EXPORT int fsync(int fd)
         if (signal > 0)
             ::kill(::getpid(), signal);
     }
-    const int result = real_fn(fd);
+    int result;
+    if (const int err = fsync_failure(fd)) {
+        errno = err;
+        result = -1;
+    } else {
+        result = real_fn(fd);
+    }
     record_fsync(fd, result);
     return result;
 }

@@ -72,6 +72,25 @@ void record_fsync(int fd, int result)
     errno = saved;
 }
 
+int fsync_failure(int fd)
+{
+    auto text = read_state(state::fsync_error_file);
+    if (!text)
+        return 0;
+    struct stat st{};
+    if (::fstat(fd, &st) != 0)
+        return 0;
+    const std::string kind = S_ISDIR(st.st_mode) ? "directory" : "file";
+    for (const auto& line : state::content_lines(*text)) {
+        std::istringstream words(line);
+        std::string what, err;
+        if (words >> what >> err && what == kind)
+            if (auto number = parse_errno(err))
+                return *number;
+    }
+    return 0;
+}
+
 std::optional<ListingFailure> listing_failure(const std::string& directory)
 {
     auto text = read_state(state::readdir_error_file);

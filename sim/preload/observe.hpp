@@ -12,6 +12,11 @@ namespace preload {
 // descriptor to state/fsync-log, when a test created that file.
 void record_fsync(int fd, int result);
 
+// The errno a test wants fsync to fail with for a directory (directory
+// true) or a file, from state/fsync-error ("directory|file ERRNO" lines);
+// 0 when it is to succeed.
+int fsync_failure(int fd);
+
 // A failing listing: readdir of the directory fails with err once `after`
 // entries ("." and ".." counted) have been handed out.
 struct ListingFailure {
