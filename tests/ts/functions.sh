@@ -1,7 +1,8 @@
 # Helpers sourced by every scenario script. A script builds a simulated
 # server, adjusts its files, runs the tool and prints what is to be compared.
 # Environment (set by CTest): SLOTAG, SLOTAG_SIM, SLOTAG_PRELOAD, TS_ROOT,
-# TS_TOP, and SLOTAG_EMULATOR (empty, or a program that runs the tool).
+# TS_TOP, SLOTAG_EMULATOR (empty, or a program that runs the tool) and
+# SLOTAG_INJECT (the allocation-failure injector of tests/inject).
 
 # sim_build [TOPOLOGY-TEXT]: builds $TS_ROOT from the topology on stdin or
 # from the argument.
