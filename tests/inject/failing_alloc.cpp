@@ -27,6 +27,7 @@
 #include <new>
 #include <pthread.h>
 #include <sys/syscall.h>
+#include <type_traits>
 #include <unistd.h>
 
 extern "C" {
@@ -64,7 +65,7 @@ bool resolving = false;
 
 // The C++ runtime's (or the sanitizer's) operator new, by mangled name.
 enum NewKind { NEW_SCALAR, NEW_ARRAY, NEW_SCALAR_NOTHROW, NEW_ARRAY_NOTHROW };
-constexpr bool SIZE_IS_LONG = sizeof(size_t) == sizeof(unsigned long);
+constexpr bool SIZE_IS_LONG = std::is_same_v<size_t, unsigned long>;  // else unsigned int
 const char *const NEW_NAMES[4] = {
     SIZE_IS_LONG ? "_Znwm" : "_Znwj",
     SIZE_IS_LONG ? "_Znam" : "_Znaj",
