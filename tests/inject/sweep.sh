@@ -110,7 +110,7 @@ sweep() {
         if ! grep -q "^failed $n " "$work/report" 2>/dev/null; then
             problem "allocation $n was not reached"; continue
         fi
-        if [ "$rc" -ge 125 ] || grep -qE 'AddressSanitizer|runtime error|terminate called' "$work/err"; then
+        if [ "$rc" -ge 125 ] || grep -qE 'AddressSanitizer|LeakSanitizer|runtime error|terminate called' "$work/err"; then
             problem "crashed with status $rc"; continue
         fi
         if [ "$rc" = 0 ] && cmp -s "$work/out" "$work/ref.out" && cmp -s "$work/err" "$work/ref.err"; then
