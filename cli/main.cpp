@@ -74,6 +74,8 @@ int guarded(Step &&step)
 [[noreturn]] void run_delete(int count, char **operands)
 {
     bool deleted = false;
+    // Not guarded: the delete only marks and unlinks tokens, it allocates
+    // nothing and cannot fail.
     for (int i = 0; i < count; i++) {
         if (parse_hba_addr_conf_delete(operands[i]) > 0)
             deleted = true;
