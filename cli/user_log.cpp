@@ -11,6 +11,8 @@
 #include <sys/time.h>
 #include <unistd.h>
 
+#include "lib/sync_directory.h"
+
 UserLog *g_user_log = nullptr;
 
 namespace {
@@ -174,10 +176,15 @@ int user_log_vwrite(UserLog *log, unsigned dest, int level, uint32_t *code,
     struct stat st;
     if (fstat(log->fd, &st) == -1)
         return keep.ok();
-    if (st.st_size >= log->size_limit &&
-        rotate_generations(log->generations, log->msg_buf.get(), log->msg_buf_size,
-                           log->path, nullptr) == -1)
-        return keep.ok();
+    if (st.st_size >= log->size_limit) {
+        if (rotate_generations(log->generations, log->msg_buf.get(), log->msg_buf_size,
+                               log->path, nullptr) == -1)
+            return keep.ok();
+        // The generations moved by name only: a power cut before the
+        // directory reaches the disk could take a whole generation of
+        // records with it. The log has nowhere to report a failed sync.
+        sync_parent_directory(log->path);
+    }
 
     log->close_file();
     if (!log->path)

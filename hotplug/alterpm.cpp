@@ -7,6 +7,7 @@
 #include <cstring>
 #include <new>
 #include <string>
+#include <string_view>
 
 #include "cli/options.h"
 #include "cli/report.h"
@@ -41,7 +42,7 @@ bool is_hex(char c)
 
 // Low bits of a hexadecimal number of any length: the same in the 32-bit
 // and the 64-bit build (strtoul would saturate at different widths).
-uint32_t hex_low_bits(const std::string &digits)
+uint32_t hex_low_bits(std::string_view digits)
 {
     uint32_t v = 0;
     for (char c : digits)
@@ -51,15 +52,15 @@ uint32_t hex_low_bits(const std::string &digits)
 
 // strtok-style field: separators (":") before it skipped; it ends at the
 // next ":" (at *end) and the walk goes on after that. false when nothing is
-// left.
-bool take_field(const std::string &s, size_t &pos, std::string &field, size_t *end)
+// left. The field is a view of s: only the working copy is allocated.
+bool take_field(std::string_view s, size_t &pos, std::string_view &field, size_t *end)
 {
     while (pos < s.size() && s[pos] == ':')
         pos++;
     if (pos >= s.size())
         return false;
     size_t stop = s.find(':', pos);
-    if (stop == std::string::npos)
+    if (stop == std::string_view::npos)
         stop = s.size();
     field = s.substr(pos, stop - pos);
     pos = stop < s.size() ? stop + 1 : stop;
@@ -67,7 +68,7 @@ bool take_field(const std::string &s, size_t &pos, std::string &field, size_t *e
     return true;
 }
 
-bool all_hex(const std::string &field)
+bool all_hex(std::string_view field)
 {
     for (char c : field)
         if (!is_hex(c))
@@ -90,10 +91,10 @@ void store(const AltPmEntry &e, uint16_t *vendor_id, uint16_t *device_id, uint8_
 
 // A malformed entry: the fatal pair, then the text as splitting in place
 // leaves it, cut where the first field ended.
-int refuse(unsigned site, const std::string &text, size_t first_end)
+int refuse(unsigned site, std::string_view text, size_t first_end)
 {
     report_fatal(site);
-    log_err("%s\n", text.substr(0, first_end).c_str());
+    log_err("%.*s\n", static_cast<int>(first_end), text.data());
     return -1;
 }
 
@@ -126,7 +127,7 @@ int parse_d0_entry(LineToken &entry, uint16_t *vendor_id, uint16_t *device_id,
     size_t pos = 0;
     size_t first_end = text.size();  // strtok writes its first NUL here
     size_t end;
-    std::string vendor, device, revision;
+    std::string_view vendor, device, revision;
     if (!take_field(text, pos, vendor, &first_end))
         return refuse(SITE_MISSING, text, first_end);
     if (!all_hex(vendor))
@@ -137,7 +138,7 @@ int parse_d0_entry(LineToken &entry, uint16_t *vendor_id, uint16_t *device_id,
         return refuse(SITE_NOT_HEX, text, first_end);
     if (pos >= text.size())
         return refuse(SITE_MISSING, text, first_end);
-    revision = text.substr(pos);  // the rest, ":" included
+    revision = std::string_view(text).substr(pos);  // the rest, ":" included
     bool any = revision[0] == '*';
     if (!any && !all_hex(revision))
         return refuse(SITE_NOT_HEX, text, first_end);

@@ -23,6 +23,10 @@ constexpr uint32_t PCI_ERR_NO_FUNCTION = 8;  // ENOMEM
 constexpr uint32_t PCI_ERR_NO_PATH = 9;      // ENOMEM
 constexpr uint32_t PCI_ERR_OPENDIR = 10;
 constexpr uint32_t PCI_ERR_NO_SNAP = 11;     // ENOMEM
+// Reading the directory failed part-way (errno of readdir). A scan that
+// went on would register against part of the machine, so it fails like an
+// entry it cannot take, with the next reason number and PCI_SCAN_FAILED.
+constexpr uint32_t PCI_ERR_READDIR = 12;
 // Bits 8-15: the accessor that failed.
 constexpr uint32_t PCI_ACC_READ8 = 0x100;
 constexpr uint32_t PCI_ACC_READ16 = 0x200;

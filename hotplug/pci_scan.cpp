@@ -115,7 +115,19 @@ bool pci_scan(PciSnap &snap, uint32_t *code)
         set(code, PCI_ERR_OPENDIR);  // bare: nothing was scanned
         return false;
     }
-    while (const dirent *entry = readdir(dir.get())) {
+    const int saved = errno;
+    for (;;) {
+        // readdir tells its end from its failure by errno alone.
+        errno = 0;
+        const dirent *entry = readdir(dir.get());
+        if (!entry) {
+            if (errno == 0) {
+                errno = saved;
+                return true;
+            }
+            set(code, PCI_ERR_READDIR | PCI_SCAN_FAILED);
+            return false;
+        }
         if (entry->d_name[0] == '.')
             continue;
         if (uint32_t failure = scan_entry(snap, entry->d_name)) {
@@ -123,5 +135,4 @@ bool pci_scan(PciSnap &snap, uint32_t *code)
             return false;
         }
     }
-    return true;
 }

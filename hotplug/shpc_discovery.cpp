@@ -30,9 +30,13 @@ constexpr unsigned SITE_SLOT_CAP = 2776;
 // The capability list has no bound of its own, and a broken device (or a
 // pointer that leads back into the list) could make it circular. A valid
 // list holds at most 48 entries (192 bytes above the header, 4 bytes each),
-// the bound the Linux kernel uses too; a longer walk is taken as a loop and
-// the capability as absent, as if the list had ended.
+// the bound the Linux kernel uses too; a longer walk is taken as a loop.
 constexpr int CAPABILITY_WALK_LIMIT = 48;
+// The loop is reported like an unreadable list, with a site of its own: the
+// administrator is told which function has a broken list instead of only
+// seeing the capability missing. Then, like a failed read, the capability
+// counts as absent.
+constexpr unsigned SITE_CAP_LOOP = 2607;
 
 void fail_access(unsigned site, const PciFunction &f, uint32_t code)
 {
@@ -155,6 +159,11 @@ uint8_t find_capability(const PciFunction &f, uint8_t id)
             fail_access(SITE_CAP_POINTER, f, code);
             return 0;
         }
+    }
+    if (pointer != 0) {
+        // The function, where the walk gave up (decimal, as the Express
+        // lines give a capability offset) and the capability it looked for.
+        fail_exp_access(SITE_CAP_LOOP, f, pointer, id);
     }
     return 0;
 }

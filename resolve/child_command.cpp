@@ -61,6 +61,36 @@ int judge_wait_status(int status)
     return 0;
 }
 
+// Holds SIGCHLD at its default disposition for the life of one child. A
+// parent that ignores SIGCHLD passes that on across exec, and with it the
+// kernel reaps children by itself: the wait would then end with ECHILD
+// instead of the child's status. The child inherits the default too, so the
+// query command does not start with a disposition it did not ask for.
+class DefaultChildSignal {
+public:
+    DefaultChildSignal()
+    {
+        struct sigaction dfl = {};
+        dfl.sa_handler = SIG_DFL;
+        sigemptyset(&dfl.sa_mask);
+        saved_ = sigaction(SIGCHLD, &dfl, &previous_) == 0;
+    }
+    ~DefaultChildSignal()
+    {
+        if (saved_) {
+            int err = errno;
+            sigaction(SIGCHLD, &previous_, nullptr);
+            errno = err;
+        }
+    }
+    DefaultChildSignal(const DefaultChildSignal &) = delete;
+    DefaultChildSignal &operator=(const DefaultChildSignal &) = delete;
+
+private:
+    struct sigaction previous_ = {};
+    bool saved_ = false;
+};
+
 } // namespace
 
 int exec_child_command(const char *path, char *const argv[], int32_t timeout_ms,
@@ -86,6 +116,7 @@ int exec_child_command(const char *path, char *const argv[], int32_t timeout_ms,
     if (ends[0] <= STDERR_FILENO || ends[1] <= STDERR_FILENO)
         return fail(EINVAL);
 
+    DefaultChildSignal child_signal;
     pid_t pid = fork();
     if (pid == -1)
         return fail(errno);

@@ -4,6 +4,7 @@
 // the SCSI host of one path.
 #include "resolve/multipath.h"
 
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 #include <dirent.h>
@@ -27,6 +28,8 @@ namespace {
 constexpr uint32_t KVPATH_BUSID_LEN = 32;
 // The bytes of an entry file that are read for the host number.
 constexpr size_t HOST_AREA = 16;
+// Reading the multipath device directory failed part-way.
+constexpr int SITE_LISTING = 1993;
 
 struct DirCloser {
     void operator()(DIR *dir) const { closedir(dir); }
@@ -124,7 +127,19 @@ int get_pci_by_kvpath_sysfs(const char *operand, const char *device_node)
     }
 
     int count = 0;
-    while (const dirent *entry = readdir(dir.get())) {
+    for (;;) {
+        // readdir tells its end from its failure by errno alone. A listing
+        // cut short would add the paths seen so far as if they were all;
+        // the operand fails instead, with a site of its own next to the
+        // open's (1988), logged the same way.
+        errno = 0;
+        const dirent *entry = readdir(dir.get());
+        if (!entry) {
+            if (errno == 0)
+                break;
+            log_callee(FN, SITE_LISTING);
+            return -1;
+        }
         if (!strstr(entry->d_name, "scsi_host_"))
             continue;
         if (!entry_path.format("%s%s", dir_path.get(), entry->d_name) ||

@@ -13,6 +13,7 @@
 #include "cli/options.h"
 #include "cli/report.h"
 #include "cli/run_lock.h"
+#include "cli/startup.h"
 #include "cli/user_log.h"
 #include "hotplug/preview.h"
 #include "show/model.h"
@@ -111,25 +112,14 @@ bool load_table()
     return false;
 }
 
-// Started from cron or a boot unit with a standard descriptor closed, the
-// lock file could be given its number and the report written into it: each
-// closed one is opened on /dev/null first.
-void open_standard_descriptors()
-{
-    for (int fd = 0; fd <= 2; fd++) {
-        if (fcntl(fd, F_GETFD) != -1 || errno != EBADF)
-            continue;
-        int null_fd = open("/dev/null", O_RDWR);
-        if (null_fd != fd && null_fd != -1)
-            close(null_fd);  // a lower number was free: nothing to stand in for
-    }
-}
-
 } // namespace
 
 int main(int argc, char **argv)
 {
-    open_standard_descriptors();
+    // Started from cron or a boot unit with a standard descriptor closed, the
+    // lock file could otherwise be given its number and the report written
+    // into it.
+    reserve_standard_descriptors();
     Output output = Output::TEXT;
     int status = parse_command_line(argc, argv, output);
     if (status != -1)

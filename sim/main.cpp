@@ -14,7 +14,7 @@ namespace {
 
 constexpr const char* usage =
     "usage: slotag-sim build ROOT TOPOLOGY\n"
-    "       slotag-sim run ROOT [--user NAME|UID] [--hold-lock SECONDS] [--preload LIBRARY]\n"
+    "       slotag-sim run ROOT [--user NAME|UID] [--hold-lock SECONDS] [--preload LIBRARY[:LIBRARY...]]\n"
     "                  -- PROGRAM [ARGS...]\n"
     "       slotag-sim dump ROOT [--clear]\n";
 

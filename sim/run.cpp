@@ -99,6 +99,23 @@ std::string default_preload()
     return self.substr(0, self.rfind('/')) + "/libslotag-sim-preload.so";
 }
 
+// LIBRARY[:LIBRARY...], each made absolute (the program runs elsewhere);
+// the simulator's library comes first, a test helper may follow it.
+std::string canonical_list(const std::string& libraries)
+{
+    std::string out;
+    std::size_t pos = 0;
+    while (pos <= libraries.size()) {
+        std::size_t end = libraries.find(':', pos);
+        if (end == std::string::npos)
+            end = libraries.size();
+        if (end > pos)
+            out += (out.empty() ? "" : ":") + canonical(libraries.substr(pos, end - pos));
+        pos = end + 1;
+    }
+    return out;
+}
+
 std::string preload_list(const std::string& library)
 {
     // Anything already preloaded (a sanitizer runtime) stays, after ours.
@@ -178,7 +195,7 @@ int run_in_root(const RunOptions& options)
     const std::string root = canonical(options.root);
     if (!is_directory(root + "/state"))
         throw std::runtime_error(root + ": not a simulated root (no state directory)");
-    const std::string preload = canonical(options.preload.value_or(default_preload()));
+    const std::string preload = canonical_list(options.preload.value_or(default_preload()));
     const Program program = open_program(options.command.front());
     std::optional<Credentials> user;
     if (options.user)

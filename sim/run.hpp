@@ -1,6 +1,6 @@
 #pragma once
 // `slotag-sim run ROOT [--user NAME|UID] [--hold-lock SECONDS]
-//  [--preload LIBRARY] -- PROGRAM [ARGS...]`
+//  [--preload LIBRARY[:LIBRARY...]] -- PROGRAM [ARGS...]`
 
 #include <optional>
 #include <string>

@@ -7,6 +7,10 @@
 //   driver      "set_hba|set_shpc reject errno=E err_num=N [device_err_num=M]"
 //   requests/   NNN.result and NNN-*.bin, one set per driver request
 //   fsync-signal  a signal number the program is sent at each fsync
+//   fsync-log   written by tests to opt in: each fsync appends what it synced
+//   fsync-error "directory|file ERRNO": fsyncs of that kind fail
+//   readdir-error  "DIRECTORY ERRNO COUNT": readdir of an ordered directory
+//               fails with ERRNO after COUNT entries ("." and ".." included)
 
 #include <cstdint>
 #include <map>
@@ -22,6 +26,9 @@ inline constexpr const char* shpc_file = "shpc";
 inline constexpr const char* driver_file = "driver";
 inline constexpr const char* requests_dir = "requests";
 inline constexpr const char* fsync_signal_file = "fsync-signal";
+inline constexpr const char* fsync_log_file = "fsync-log";
+inline constexpr const char* fsync_error_file = "fsync-error";
+inline constexpr const char* readdir_error_file = "readdir-error";
 
 // Lines with their blanks trimmed; empty and comment lines left out.
 std::vector<std::string> content_lines(std::string_view text);

@@ -5,22 +5,24 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "cli/report.h"
 
 namespace {
 
 // Splits like strtok: separators before a part are skipped, a part ends at
-// the next separator of its set, and an empty set takes the whole rest.
-bool next_part(const std::string &s, size_t &pos, const char *separators, std::string &part)
+// the next separator of its set, and an empty set takes the whole rest. The
+// part is a view of s: splitting allocates nothing.
+bool next_part(std::string_view s, size_t &pos, const char *separators, std::string_view &part)
 {
     if (*separators)
         while (pos < s.size() && strchr(separators, s[pos]))
             pos++;
     if (pos >= s.size())
         return false;
-    size_t end = *separators ? s.find_first_of(separators, pos) : std::string::npos;
-    if (end == std::string::npos)
+    size_t end = *separators ? s.find_first_of(separators, pos) : std::string_view::npos;
+    if (end == std::string_view::npos)
         end = s.size();
     part = s.substr(pos, end - pos);
     pos = end < s.size() ? end + 1 : end;
@@ -67,7 +69,7 @@ int parse_busid(const char *text, uint32_t limit, uint16_t *domain, uint8_t *bus
     unsigned long values[4];
     size_t pos = 0;
     for (int i = 0; i < 4; i++) {
-        std::string part;
+        std::string_view part;
         unsigned code = 0;
         if (!next_part(copy, pos, separators[i], part)) {
             code = 0x321;

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <string>
 #include <string_view>
 
@@ -11,6 +12,15 @@
 #include "table/hba_addr_conf.h"
 
 namespace {
+
+constexpr const char *CHANGE_FN = "parse_hba_addr_conf_change";
+constexpr int SITE_FIRST_CHAR = 0x90d;
+constexpr int SITE_OTHER_CHAR = 0x918;
+constexpr int SITE_NO_COMMA = 0x932;
+// No memory for a changed first word. The change has no resources report of
+// its own; this one names the place, so that an out-of-memory change ends
+// with a message and its status like every other failure of the change.
+constexpr unsigned SITE_NO_TEXT = 0x93c;
 
 // The first word of a line. An empty line's end-of-line token also starts
 // its line, but is no word and so never a label.
@@ -36,6 +46,26 @@ bool label_first_char(unsigned char c) { return alnum_or_slash(c); }
 bool label_other_char(unsigned char c)
 {
     return alnum_or_slash(c) || c == '-' || c == '_' || c == '.' || c == ':';
+}
+
+// The first word with NEW-LABEL in place of its label: the new label, a
+// comma and the old rest of the word. false (reported) without memory.
+bool relabel(LineToken &t, size_t label_len, const char *new_label)
+{
+    std::string_view rest = std::string_view(t.text).substr(label_len + 1);
+    size_t len = strlen(new_label) + 1 + rest.size();
+    std::string text;
+    try {
+        text.reserve(len);
+    } catch (const std::bad_alloc &) {
+        report_no_resources(len + 1, SITE_NO_TEXT);
+        return false;
+    }
+    // Within the capacity reserved: these appends allocate nothing.
+    text.append(new_label).append(1, ',').append(rest);
+    t.text.swap(text);
+    t.size = static_cast<uint32_t>(t.text.size() + 1);
+    return true;
 }
 
 } // namespace
@@ -79,13 +109,13 @@ int parse_hba_addr_conf_change(const char *old_label, const char *new_label)
     const auto *n = reinterpret_cast<const unsigned char *>(new_label);
     if (!label_first_char(n[0])) {
         print_new_label_syntax();
-        log_callee("parse_hba_addr_conf_change", 0x90d);
+        log_callee(CHANGE_FN, SITE_FIRST_CHAR);
         return -1;
     }
     for (size_t i = 1; n[i]; i++) {
         if (!label_other_char(n[i])) {
             print_new_label_syntax();
-            log_callee("parse_hba_addr_conf_change", 0x918);
+            log_callee(CHANGE_FN, SITE_OTHER_CHAR);
             return -1;
         }
     }
@@ -96,13 +126,12 @@ int parse_hba_addr_conf_change(const char *old_label, const char *new_label)
             continue;
         std::string_view label;
         if (!label_of(t, label)) {
-            log_callee("parse_hba_addr_conf_change", 0x932);
+            log_callee(CHANGE_FN, SITE_NO_COMMA);
             return -1;
         }
         if (label == old_label) {
-            std::string rest = t.text.substr(label.size() + 1);
-            t.text = std::string(new_label) + ',' + rest;
-            t.size = static_cast<uint32_t>(t.text.size() + 1);
+            if (!relabel(t, label.size(), new_label))
+                return -1;
             count++;
         }
     }

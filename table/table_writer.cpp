@@ -1,6 +1,7 @@
 // Writing the table back. A file is replaced whole: the new table goes to a
 // temporary file beside it, is synced, the old versions move to .1 ... .10,
-// and a rename puts the new one in place. Hang-up, interrupt and terminate
+// a rename puts the new one in place, and the directory is synced so the
+// new names survive a power cut. Hang-up, interrupt and terminate
 // are held off meanwhile so no signal leaves a half-written table.
 #include "table/table_writer.h"
 
@@ -10,12 +11,12 @@
 #include <cstring>
 #include <memory>
 #include <new>
-#include <string>
 #include <fcntl.h>
 #include <unistd.h>
 
 #include "cli/report.h"
 #include "cli/user_log.h"
+#include "lib/sync_directory.h"
 #include "table/hba_addr_conf.h"
 
 namespace {
@@ -121,6 +122,14 @@ bool restore_previous(const char *path, char *buf, size_t size)
     return link(buf, path) == 0;
 }
 
+// A sync that fails leaves the file written as the run reports it: only the
+// power-cut guarantee is weaker, which the log tells the administrator.
+void sync_directory(const char *path)
+{
+    if (sync_parent_directory(path) == -1)
+        log_info("can not sync the directory(%s:%d).\n", path, errno);
+}
+
 int write_to_file(const char *path)
 {
     const size_t name_size = strlen(path) + 7;
@@ -136,10 +145,13 @@ int write_to_file(const char *path)
         return -1;
     }
     snprintf(temp_name.get(), name_size, "%sXXXXXX", path);
-    std::string template_name = temp_name.get();
+    // mkstemp changes the template even when it fails; the message names
+    // the template as it was. The rotation buffer is free until the
+    // rotation, so it holds the copy and the write needs no more memory.
+    snprintf(rotation.get(), rotation_size, "%s", temp_name.get());
 
     TempFile temp(temp_name.get());
-    if (!temp.create(template_name.c_str()))
+    if (!temp.create(rotation.get()))
         return -1;
     FILE *stream = temp.open_stream();
     if (!stream)
@@ -152,6 +164,9 @@ int write_to_file(const char *path)
     uint32_t step = 0;
     if (rotate_generations(TABLE_GENERATIONS, rotation.get(), rotation_size, path, &step) == -1)
         log_info("can not rotate the file(%s:%d:0x%x).\n", path, errno, step);
+    // The backups' names are made durable before the table's name moves to
+    // the new file, so a power cut cannot keep the new name and lose .1.
+    sync_directory(path);
     if (rename(temp_name.get(), path) == -1) {
         report_io_error(path, errno, 0xf6a);
         temp.keep();
@@ -159,6 +174,10 @@ int write_to_file(const char *path)
         return -1;
     }
     temp.keep();
+    // The file's data was synced before the rename, but the rename itself
+    // lives in the directory: without this a power cut can bring back the
+    // old table, or no table at all, after the run said it was written.
+    sync_directory(path);
     return 0;
 }
 

@@ -5,6 +5,7 @@
 // and 64-bit offset (*64) ones included.
 
 #include "preload/module.hpp"
+#include "preload/observe.hpp"
 #include "preload/real_calls.hpp"
 #include "preload/state.hpp"
 #include "state_files.hpp"
@@ -24,13 +25,29 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #define EXPORT extern "C" __attribute__((visibility("default")))
 
+// Non-zero while the library itself is at work on this thread (not while it
+// only passes a call on to the C library), for a test helper preloaded
+// beside it: the allocation-failure injector leaves the simulator's own
+// allocations alone and fails only the program's.
+extern "C" {
+__attribute__((visibility("default"))) thread_local int slotag_sim_busy = 0;
+}
+
 namespace preload {
 
 namespace {
+
+struct Busy {
+    Busy() { ++slotag_sim_busy; }
+    ~Busy() { --slotag_sim_busy; }
+    Busy(const Busy&) = delete;
+    Busy& operator=(const Busy&) = delete;
+};
 
 // Descriptors and directory streams that belong to a module.
 struct Tables {
@@ -41,6 +58,7 @@ struct Tables {
         std::vector<unsigned char> types;
         std::vector<ino64_t> inodes;
         std::size_t next = 0;
+        std::optional<ListingFailure> failure; // a test's failing readdir
         dirent entry{};
         dirent64 entry64{};
     };
@@ -117,10 +135,15 @@ template <typename Pass>
 int open_path(int dirfd, const char* path, int flags, mode_t mode, Pass pass)
 {
     const int saved = errno;
-    Module* module = path ? claimant(absolute(dirfd, path)) : nullptr;
+    Module* module = nullptr;
+    {
+        Busy busy;
+        module = path ? claimant(absolute(dirfd, path)) : nullptr;
+    }
     errno = saved;
     if (!module)
         return pass();
+    Busy busy;
     int fd = module->open(absolute(dirfd, path), flags, mode);
     if (fd >= 0) {
         std::lock_guard lock(tables().mutex);
@@ -138,6 +161,7 @@ mode_t mode_argument(int flags, va_list args)
 
 void forget(int fd)
 {
+    Busy busy;
     Module* module = nullptr;
     {
         std::lock_guard lock(tables().mutex);
@@ -231,8 +255,10 @@ EXPORT int close(int fd)
 
 EXPORT ssize_t read(int fd, void* buf, size_t count)
 {
-    if (Module* module = module_of(fd))
+    if (Module* module = module_of(fd)) {
+        Busy busy;
         return module->read(fd, buf, count);
+    }
     return real::read(fd, buf, count);
 }
 
@@ -240,6 +266,7 @@ EXPORT ssize_t __read_chk(int fd, void* buf, size_t count, size_t buflen)
 {
     static auto real_fn = next<ssize_t (*)(int, void*, size_t, size_t)>("__read_chk");
     if (Module* module = module_of(fd)) {
+        Busy busy;
         if (count > buflen) // let the C library report the overflow
             return real_fn(fd, buf, count, buflen);
         return module->read(fd, buf, count);
@@ -249,54 +276,68 @@ EXPORT ssize_t __read_chk(int fd, void* buf, size_t count, size_t buflen)
 
 EXPORT ssize_t write(int fd, const void* buf, size_t count)
 {
-    if (Module* module = module_of(fd))
+    if (Module* module = module_of(fd)) {
+        Busy busy;
         return module->write(fd, buf, count);
+    }
     return real::write(fd, buf, count);
 }
 
 EXPORT ssize_t pread(int fd, void* buf, size_t count, off_t offset)
 {
-    if (Module* module = module_of(fd))
+    if (Module* module = module_of(fd)) {
+        Busy busy;
         return module->pread(fd, buf, count, offset);
+    }
     static auto real_fn = next<ssize_t (*)(int, void*, size_t, off_t)>("pread");
     return real_fn(fd, buf, count, offset);
 }
 
 EXPORT ssize_t pread64(int fd, void* buf, size_t count, off64_t offset)
 {
-    if (Module* module = module_of(fd))
+    if (Module* module = module_of(fd)) {
+        Busy busy;
         return module->pread(fd, buf, count, offset);
+    }
     return real::pread(fd, buf, count, offset);
 }
 
 EXPORT ssize_t __pread_chk(int fd, void* buf, size_t count, off_t offset, size_t buflen)
 {
     static auto real_fn = next<ssize_t (*)(int, void*, size_t, off_t, size_t)>("__pread_chk");
-    if (Module* module = module_of(fd); module && count <= buflen)
+    if (Module* module = module_of(fd); module && count <= buflen) {
+        Busy busy;
         return module->pread(fd, buf, count, offset);
+    }
     return real_fn(fd, buf, count, offset, buflen);
 }
 
 EXPORT ssize_t __pread64_chk(int fd, void* buf, size_t count, off64_t offset, size_t buflen)
 {
     static auto real_fn = next<ssize_t (*)(int, void*, size_t, off64_t, size_t)>("__pread64_chk");
-    if (Module* module = module_of(fd); module && count <= buflen)
+    if (Module* module = module_of(fd); module && count <= buflen) {
+        Busy busy;
         return module->pread(fd, buf, count, offset);
+    }
     return real_fn(fd, buf, count, offset, buflen);
 }
 
 EXPORT ssize_t pwrite(int fd, const void* buf, size_t count, off_t offset)
 {
-    if (Module* module = module_of(fd))
+    if (Module* module = module_of(fd)) {
+        Busy busy;
         return module->pwrite(fd, buf, count, offset);
+    }
     static auto real_fn = next<ssize_t (*)(int, const void*, size_t, off_t)>("pwrite");
     return real_fn(fd, buf, count, offset);
 }
 
 EXPORT ssize_t pwrite64(int fd, const void* buf, size_t count, off64_t offset)
 {
-    if (Module* module = module_of(fd))
+    if (Module* module = module_of(fd)) {
+        Busy busy;
         return module->pwrite(fd, buf, count, offset);
+    }
     return real::pwrite(fd, buf, count, offset);
 }
 
@@ -305,12 +346,21 @@ EXPORT ssize_t pwrite64(int fd, const void* buf, size_t count, off64_t offset)
 EXPORT int fsync(int fd)
 {
     static auto real_fn = next<int (*)(int)>("fsync");
+    Busy busy;
     if (auto number = read_state(state::fsync_signal_file)) {
         const int signal = std::atoi(number->c_str());
         if (signal > 0)
             ::kill(::getpid(), signal);
     }
-    return real_fn(fd);
+    int result;
+    if (const int err = fsync_failure(fd)) {
+        errno = err;
+        result = -1;
+    } else {
+        result = real_fn(fd);
+    }
+    record_fsync(fd, result);
+    return result;
 }
 
 EXPORT int ioctl(int fd, unsigned long request, ...) noexcept
@@ -319,8 +369,10 @@ EXPORT int ioctl(int fd, unsigned long request, ...) noexcept
     va_start(args, request);
     void* arg = va_arg(args, void*);
     va_end(args);
-    if (Module* module = module_of(fd))
+    if (Module* module = module_of(fd)) {
+        Busy busy;
         return module->ioctl(fd, request, arg);
+    }
     return real::ioctl(fd, request, arg);
 }
 
@@ -359,6 +411,7 @@ void take_listing(DIR* dir, Module* module, const std::string& path)
         listing->inodes.push_back(it->second.second);
         listing->names.push_back(std::move(name));
     }
+    listing->failure = listing_failure(path);
     std::lock_guard lock(tables().mutex);
     tables().listings[dir] = std::move(listing);
 }
@@ -372,6 +425,11 @@ bool next_entry(DIR* dir, Entry*& out, Entry Tables::Listing::*slot)
     if (it == tables().listings.end())
         return false;
     Tables::Listing& listing = *it->second;
+    if (listing.failure && listing.next >= listing.failure->after) {
+        errno = listing.failure->err;
+        out = nullptr;
+        return true;
+    }
     if (listing.next >= listing.names.size()) {
         out = nullptr;
         return true;
@@ -397,6 +455,7 @@ EXPORT DIR* opendir(const char* path)
     if (!dir)
         return dir;
     const int saved = errno;
+    Busy busy;
     const std::string where = absolute(AT_FDCWD, path);
     for (Module* module : modules()) {
         if (module->orders_directory(where)) {

@@ -1,7 +1,8 @@
 # Helpers sourced by every scenario script. A script builds a simulated
 # server, adjusts its files, runs the tool and prints what is to be compared.
 # Environment (set by CTest): SLOTAG, SLOTAG_SIM, SLOTAG_PRELOAD, TS_ROOT,
-# TS_TOP, and SLOTAG_EMULATOR (empty, or a program that runs the tool).
+# TS_TOP, SLOTAG_EMULATOR (empty, or a program that runs the tool) and
+# SLOTAG_INJECT (the allocation-failure injector of tests/inject).
 
 # sim_build [TOPOLOGY-TEXT]: builds $TS_ROOT from the topology on stdin or
 # from the argument.
@@ -70,3 +71,37 @@ show() {
 
 # driver: the requests the simulated driver received, decoded.
 driver() { echo "-- driver"; "$SLOTAG_SIM" dump "$TS_ROOT"; }
+
+# --- Hostile inputs: generated files, and runs too large to show whole.
+# garbage SEED BYTES: the same pseudo-random bytes on every machine.
+garbage() {
+    python3 -c 'import random, sys
+r = random.Random(int(sys.argv[1]))
+sys.stdout.buffer.write(bytes(r.getrandbits(8) for _ in range(int(sys.argv[2]))))' "$1" "$2"
+}
+
+# entries N [FORMAT]: N table lines, numbered from 0.
+entries() {
+    python3 -c 'import sys
+fmt = sys.argv[2] if len(sys.argv) > 2 else "l%06d,/dev/sdb 0000:05:00.0"
+sys.stdout.write("".join(fmt % i + "\n" for i in range(int(sys.argv[1]))))' "$@"
+}
+
+# summarize ARGS: runs the tool and shows its status, standard error, the
+# size of its standard output and a count of its log records by message
+# (numbers inside the records cut away), instead of all of them.
+summarize() {
+    local log=$TS_ROOT/var/log/user.log
+    rm -f "$log" "$log".[1-4]
+    sim_run -- "$@" >"$TS_ROOT.stdout" 2>"$TS_ROOT.stderr"
+    local rc=$?
+    local shown; shown=$(printf ' %q' "$@")
+    echo "\$ slotag${shown:0:70}"
+    echo "-- stdout: $(wc -l <"$TS_ROOT.stdout") lines, $(wc -c <"$TS_ROOT.stdout") bytes"
+    echo "-- stderr"; cut -c1-120 "$TS_ROOT.stderr"
+    echo "-- status $rc"
+    echo "-- log records, by message"
+    cat "$log".[4321] "$log" 2>/dev/null | normalize_log |
+        sed -E "s/\([0-9]+:[0-9]+\)/(L:C)/" | LC_ALL=C sort | LC_ALL=C uniq -c | sed -E "s/^ +//"
+    echo
+}

@@ -168,3 +168,19 @@ TEST(ResolveChildCommand, PipeOnStandardDescriptorsIsRefused)
 }
 
 } // namespace
+
+// A parent that ignores SIGCHLD passes that on across exec; the kernel would
+// then reap the child itself and the wait end with ECHILD.
+TEST(ResolveChildCommand, ChildIsWaitedForWhenSigchldIsIgnoredWhichIsThenRestored)
+{
+    struct sigaction ignore = {}, previous = {}, after = {};
+    ignore.sa_handler = SIG_IGN;
+    ASSERT_EQ(sigaction(SIGCHLD, &ignore, &previous), 0);
+    Outcome o = sh("echo x; exit 3");
+    sigaction(SIGCHLD, nullptr, &after);
+    sigaction(SIGCHLD, &previous, nullptr);
+    EXPECT_EQ(o.result, 0);
+    EXPECT_EQ(o.status, 0x300);
+    EXPECT_EQ(o.words, (Words{"x", "\n"}));
+    EXPECT_EQ(after.sa_handler, SIG_IGN);
+}
