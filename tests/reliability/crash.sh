@@ -1,0 +1,131 @@
+#!/bin/bash
+# Crash consistency: the tool is killed (SIGKILL, by strace's fault
+# injection) on entry to each system call of a delete, a change and an add
+# in turn, every system call of a reference run being one kill point. The
+# calls of the simulator's preloaded library are the tool process's own
+# calls too and are counted like the others: a kill there is a kill between
+# two of the tool's own calls. After each kill:
+# - the table holds the old or the new text at its name; or, only between
+#   the rotation and the rename, no file has the name, the old table is in
+#   .1 and the new one in the temporary file beside it;
+# - no generation of the table or of the operation log is lost (the log is
+#   prefilled past its limit, so every run starts with a log rotation): each
+#   file that existed, but the oldest, is still there under some name.
+# Environment as for the scenario tests (SLOTAG, SLOTAG_SIM, SLOTAG_PRELOAD,
+# TS_TOP, TS_OUTDIR).
+set -euo pipefail
+work=$TS_OUTDIR/reliability/crash
+rm -rf "$work"
+mkdir -p "$work"
+export TS_ROOT=$work/root
+. "$TS_TOP/ts/functions.sh"
+
+sim_build <<'TOPOLOGY'
+adapter 0000:05:00.0
+pm
+adapter 0000:06:00.0
+pm
+host 3 0000:05:00.0
+disk sdb host=3
+TOPOLOGY
+etc=$TS_ROOT/etc
+log=$TS_ROOT/var/log/user.log
+printf '# rack 4\nA,/dev/sdb 0000:05:00.0 #first\nB,/dev/sdc 0000:06:00.0\n' >"$etc/hba_addr.conf"
+for k in $(seq 1 10); do printf '# table generation %d\n' "$k" >"$etc/hba_addr.conf.$k"; done
+{ echo "# log generation 0"; head -c 1048576 /dev/zero | tr '\0' 'x'; echo; } >"$log"
+for k in 1 2 3 4; do echo "# log generation $k" >"$log.$k"; done
+pristine=$work/pristine
+mkdir "$pristine"
+cp -a "$TS_ROOT/etc" "$TS_ROOT/var" "$TS_ROOT/state" "$pristine/"
+old=$(cat "$etc/hba_addr.conf")
+
+restore() {
+    rm -rf "$TS_ROOT/etc" "$TS_ROOT/var" "$TS_ROOT/state"
+    cp -a "$pristine/etc" "$pristine/var" "$pristine/state" "$TS_ROOT/"
+}
+
+# traced INJECT-OPTIONS ARGS: the tool under strace inside the simulated
+# server; strace itself runs without the preloaded library.
+traced() {
+    local inject=$1; shift
+    "$SLOTAG_SIM" run "$TS_ROOT" --preload "$SLOTAG_PRELOAD" -- \
+        env -u LD_PRELOAD strace -o "$work/trace" -E LD_PRELOAD="$SLOTAG_PRELOAD" $inject \
+        "$SLOTAG" "$@" >/dev/null 2>&1
+}
+
+# first_lines NAME: the first line of each of the name's generations and
+# temporary files, each line framed by newlines (and a dot after the last
+# newline, which a command substitution would cut).
+first_lines() {
+    local files=("$1" "$1".[0-9]* "$1"??????) existing=() f
+    for f in "${files[@]}"; do
+        if [ -f "$f" ]; then existing+=("$f"); fi
+    done
+    printf '\n%s\n.' "$(head -q -n 1 "${existing[@]}")"
+}
+
+failures=0
+fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
+
+# check WHAT K NEW: the table and the generations after a kill.
+check() {
+    local what=$1 k=$2 new=$3 table
+    local temps=("$etc"/hba_addr.conf??????)
+    if [ -f "$etc/hba_addr.conf" ]; then
+        table=$(<"$etc/hba_addr.conf")
+        [ "$table" = "$old" ] || [ "$table" = "$new" ] ||
+            fail "$what, kill $k: the table is neither the old nor the new one"
+    else
+        [ -f "$etc/hba_addr.conf.1" ] && [ "$(<"$etc/hba_addr.conf.1")" = "$old" ] ||
+            fail "$what, kill $k: no table, and .1 is not the old one"
+        [ ${#temps[@]} -eq 1 ] && [ -f "${temps[0]}" ] && [ "$(<"${temps[0]}")" = "$new" ] ||
+            fail "$what, kill $k: no table, and no temporary file with the new one"
+    fi
+    local lines g
+    lines=$(first_lines "$etc/hba_addr.conf")
+    for g in 1 2 3 4 5 6 7 8 9; do
+        [[ $lines == *$'\n'"# table generation $g"$'\n'* ]] || fail "$what, kill $k: table generation $g lost"
+    done
+    lines=$(first_lines "$log")
+    for g in 0 1 2 3; do
+        [[ $lines == *$'\n'"# log generation $g"$'\n'* ]] || fail "$what, kill $k: log generation $g lost"
+    done
+}
+
+total=0
+# scenario WHAT ARGS: a reference run, then one kill at each of its calls.
+scenario() {
+    local what=$1; shift
+    restore
+    traced "" "$@" || { echo "reference run of $what failed"; exit 1; }
+    local new; new=$(cat "$etc/hba_addr.conf")
+    [ "$new" != "$old" ] || { echo "the reference run of $what did not change the table"; exit 1; }
+    # strace counts the calls of each system call apart: the K-th call of
+    # the run is the N-th call of its name. The first call, the execve by
+    # which strace starts the tool, cannot be stopped and is no kill point.
+    local points; points=$(sed -n '2,$s/^\([a-z_0-9]*\)(.*/\1/p' "$work/trace" |
+                           awk '{ print $1 ":" ++seen[$1] }')
+    local calls; calls=$(wc -l <<<"$points")
+    local killed=0 k=0 point status
+    for point in $points; do
+        k=$((k + 1))
+        restore
+        status=0
+        traced "--inject=${point%%:*}:signal=KILL:when=${point##*:}" "$@" || status=$?
+        if [ "$status" -eq 137 ]; then
+            killed=$((killed + 1))
+        else
+            echo "$what: kill $k ($point) did not kill the run (status $status)"
+        fi
+        check "$what" "$k" "$new"
+    done
+    [ "$killed" -eq "$calls" ] || fail "$what: only $killed of $calls runs were killed"
+    echo "$what: $calls kill points, $killed runs killed"
+    total=$((total + calls))
+}
+
+scenario "delete (-d B)" -d B
+scenario "change (-c A disk-a)" -c A disk-a
+scenario "add (-a /dev/sdb)" -a /dev/sdb
+echo "kill points tried: $total, failures: $failures"
+[ "$failures" -eq 0 ]
