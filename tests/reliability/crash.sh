@@ -120,7 +120,17 @@ scenario() {
         check "$what" "$k" "$new"
     done
     [ "$killed" -eq "$calls" ] || fail "$what: only $killed of $calls runs were killed"
-    echo "$what: $calls kill points, $killed runs killed"
+    # The kill points inside the two rotations: the log's (the first
+    # record finds the log past its limit) and the table's up to the rename.
+    local windows; windows=$(grep '^[a-z_0-9]*(' "$work/trace" | tail -n +2 | awk '
+        /^unlink\(".*\/user\.log\.4"/ { log_on = 1 }
+        log_on { log_n++ } /^unlink\(".*\/user\.log"\)/ { log_on = 0 }
+        /^unlink\(".*\/hba_addr\.conf\.10"/ { table_on = 1 }
+        table_on { table_n++ } /^rename\(/ { table_on = 0 }
+        END { print log_n + 0, table_n + 0 }')
+    [ "${windows% *}" -gt 0 ] && [ "${windows#* }" -gt 0 ] ||
+        fail "$what: the reference run shows no log rotation or no table rotation"
+    echo "$what: $calls kill points ($killed runs killed), ${windows% *} in the log rotation, ${windows#* } in the table rotation and rename"
     total=$((total + calls))
 }
 
