@@ -44,12 +44,12 @@ restore() {
     cp -a "$pristine/etc" "$pristine/var" "$pristine/state" "$TS_ROOT/"
 }
 
-# traced INJECT-OPTIONS ARGS: the tool under strace inside the simulated
-# server; strace itself runs without the preloaded library.
+# traced TRACE-FILE STRACE-OPTIONS ARGS: the tool under strace inside the
+# simulated server; strace itself runs without the preloaded library.
 traced() {
-    local inject=$1; shift
+    local trace=$1 options=$2; shift 2
     "$SLOTAG_SIM" run "$TS_ROOT" --preload "$SLOTAG_PRELOAD" -- \
-        env -u LD_PRELOAD strace -o "$work/trace" -E LD_PRELOAD="$SLOTAG_PRELOAD" $inject \
+        env -u LD_PRELOAD strace -o "$trace" -E LD_PRELOAD="$SLOTAG_PRELOAD" $options \
         "$SLOTAG" "$@" >/dev/null 2>&1
 }
 
@@ -97,21 +97,30 @@ total=0
 scenario() {
     local what=$1; shift
     restore
-    traced "" "$@" || { echo "reference run of $what failed"; exit 1; }
+    local trace=$work/trace
+    traced "$trace" "" "$@" || { echo "reference run of $what failed"; exit 1; }
     local new; new=$(cat "$etc/hba_addr.conf")
     [ "$new" != "$old" ] || { echo "the reference run of $what did not change the table"; exit 1; }
     # strace counts the calls of each system call apart: the K-th call of
     # the run is the N-th call of its name. The first call, the execve by
     # which strace starts the tool, cannot be stopped and is no kill point.
-    local points; points=$(sed -n '2,$s/^\([a-z_0-9]*\)(.*/\1/p' "$work/trace" |
+    local points; points=$(sed -n '2,$s/^\([a-z_0-9]*\)(.*/\1/p' "$trace" |
                            awk '{ print $1 ":" ++seen[$1] }')
     local calls; calls=$(wc -l <<<"$points")
+    # The kill points inside the two rotations: the log's (the first
+    # record finds the log past its limit) and the table's up to the rename.
+    local windows; windows=$(grep '^[a-z_0-9]*(' "$trace" | tail -n +2 | awk '
+        /^unlink\(".*\/user\.log\.4"/ { log_on = 1 }
+        log_on { log_n++ } /^unlink\(".*\/user\.log"\)/ { log_on = 0 }
+        /^unlink\(".*\/hba_addr\.conf\.10"/ { table_on = 1 }
+        table_on { table_n++ } /^rename\(/ { table_on = 0 }
+        END { print log_n + 0, table_n + 0 }')
     local killed=0 k=0 point status
     for point in $points; do
         k=$((k + 1))
         restore
         status=0
-        traced "--inject=${point%%:*}:signal=KILL:when=${point##*:}" "$@" || status=$?
+        traced /dev/null "--inject=${point%%:*}:signal=KILL:when=${point##*:}" "$@" || status=$?
         if [ "$status" -eq 137 ]; then
             killed=$((killed + 1))
         else
@@ -120,14 +129,6 @@ scenario() {
         check "$what" "$k" "$new"
     done
     [ "$killed" -eq "$calls" ] || fail "$what: only $killed of $calls runs were killed"
-    # The kill points inside the two rotations: the log's (the first
-    # record finds the log past its limit) and the table's up to the rename.
-    local windows; windows=$(grep '^[a-z_0-9]*(' "$work/trace" | tail -n +2 | awk '
-        /^unlink\(".*\/user\.log\.4"/ { log_on = 1 }
-        log_on { log_n++ } /^unlink\(".*\/user\.log"\)/ { log_on = 0 }
-        /^unlink\(".*\/hba_addr\.conf\.10"/ { table_on = 1 }
-        table_on { table_n++ } /^rename\(/ { table_on = 0 }
-        END { print log_n + 0, table_n + 0 }')
     [ "${windows% *}" -gt 0 ] && [ "${windows#* }" -gt 0 ] ||
         fail "$what: the reference run shows no log rotation or no table rotation"
     echo "$what: $calls kill points ($killed runs killed), ${windows% *} in the log rotation, ${windows#* } in the table rotation and rename"
