@@ -4,11 +4,10 @@
 # nothing.
 set -euo pipefail
 packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev
-          g++-multilib qemu-user-static pciutils util-linux python3
-          # reliability tests: kills at each system call
-          strace
-          # fuzz targets: libFuzzer and the sanitizer runtimes of clang 14
-          libclang-rt-14-dev libfuzzer-14-dev)
+          g++-multilib qemu-user-static pciutils util-linux python3)
+# reliability tests (kills at each system call); fuzz targets (libFuzzer and
+# the sanitizer runtimes of clang 14)
+packages+=(strace libclang-rt-14-dev libfuzzer-14-dev)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
