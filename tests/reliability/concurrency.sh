@@ -30,6 +30,10 @@ disks=(sdb sdc sdd sde sdf sdg sdh sdi)
     done
 } >"$TS_ROOT/etc/hba_addr.conf"
 
+# The log exists, as after a server's first run: runs that find it missing
+# all try its exclusive create, and those that lose end with status 2.
+install -m 0640 /dev/null "$TS_ROOT/var/log/user.log"
+
 # Every run is its own child of this shell, all started in one burst.
 pids=() names=()
 start() { sim_run -- "$@" >"$work/run-${#names[@]}.out" 2>&1 & pids+=($!); names+=("$*"); }
