@@ -2,7 +2,8 @@
 # Builds and tests everything: the hardened native build (unit and scenario
 # tests), the same under AddressSanitizer and UndefinedBehaviorSanitizer, the
 # 32-bit build (scenario tests: it must hand the driver the same bytes), and
-# a warnings-as-errors build with clang++. Run as root on Debian 12.
+# a warnings-as-errors build with clang++ that also fuzzes. Run as root on
+# Debian 12.
 set -euo pipefail
 cd "$(dirname "$0")"
 bash scripts/deps.sh
@@ -17,6 +18,8 @@ build() {  # build DIR CMAKE-ARGS...
 
 build build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_COMPILE_WARNING_AS_ERROR=ON
 ctest --test-dir build --output-on-failure -j"$jobs"
+# the figures of the reliability tests
+grep -h -E '^(kill points tried|concurrent runs|injected failures tried):' build/Testing/Temporary/LastTest.log
 
 build build-asan -DSLOTAG_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
 ctest --test-dir build-asan --output-on-failure -j"$jobs"
@@ -34,6 +37,10 @@ build build-m32 -DSLOTAG_M32=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DSLOTAG_TEST_SIM="$PWD/build/sim/slotag-sim" -DSLOTAG_TEST_EMULATOR="$emulator"
 ctest --test-dir build-m32 --output-on-failure -j"$jobs"
 
+# The clang build also builds the fuzz targets (sanitizers and coverage
+# throughout) and runs each for a bounded time on its seed corpus.
 build build-clang -DCMAKE_CXX_COMPILER=clang++ -DCMAKE_C_COMPILER=clang \
-    -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DBUILD_TESTING=ON
+    -DCMAKE_COMPILE_WARNING_AS_ERROR=ON -DBUILD_TESTING=ON -DSLOTAG_FUZZ=ON
+ctest --test-dir build-clang -R '^fuzz/' --output-on-failure -j"$jobs"
+grep -h '^fuzz ' build-clang/Testing/Temporary/LastTest.log
 echo "all builds and tests passed"

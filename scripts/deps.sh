@@ -8,9 +8,12 @@ packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev
           # packaging: cpack's .deb (dpkg-shlibdeps, file) and .rpm (rpmbuild),
           # lintian; the unit and rule checks (systemd-analyze, man, udevadm)
           dpkg-dev file rpm lintian systemd man-db udev)
-missing=()
+# reliability tests (kills at each system call); fuzz targets (libFuzzer and
+# the sanitizer runtimes of clang 14)
+packages+=(strace libclang-rt-14-dev libfuzzer-14-dev)
 # man page lint (mandoc) and rendering (man -l), the completion's test
 packages+=(mandoc man-db bash-completion)
+missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
 done

@@ -23,6 +23,14 @@ int check_hba_addr_conf(void *user)
         if (t.is_word()) {
             if (t.field > highest_field)
                 highest_field = t.field;
+            // A word that began with a NUL reaches us empty (the reader cuts
+            // a token at its NUL). Accepted, it would be written back as
+            // nothing and the next run could not load the table.
+            if (t.text.empty()) {
+                log_err("%s(%d:%d): badly formed line in file(%x).\n", c->file_name,
+                        static_cast<int>(t.line), static_cast<int>(t.column), 0x25a);
+                errors++;
+            }
             for (size_t i = 0; i < t.text.size(); i++) {
                 if (!printable_non_blank(static_cast<unsigned char>(t.text[i]))) {
                     log_err("%s(%d:%d): badly formed line in file(%x).\n", c->file_name,

@@ -75,6 +75,17 @@ TEST_F(TableFile, FailedWriteChangesNothing)
     EXPECT_EQ(hba_addr_table.size(), 3u);
 }
 
+// Found by fuzzing: a word that begins with a NUL reaches the check empty.
+// Accepted, it was written back as nothing, and the next load failed.
+TEST_F(TableFile, WordBeginningWithNulIsRefused)
+{
+    static const char text[] = "lab,/dev/sdb \0:0:0.0\n";
+    write(path_, std::string(text, sizeof text - 1));
+    LineReaderStatus status = 0;
+    EXPECT_EQ(load_hba_addr_conf(path_.c_str(), 1000, &status), -1);
+    EXPECT_EQ(status, 12u);  // the end callback refused the table
+}
+
 TEST_F(TableFile, DeleteRemovesEveryLineOfTheLabelWithItsComment)
 {
     load("# head\nA,/dev/sdb 0:5:0.0 #first\n\nB,/dev/sdc 0:6:0.0\nA,/dev/sdb 0:5:0.1\n"
