@@ -5,23 +5,33 @@
 #include <cerrno>
 #include <cstring>
 #include <string>
+#include <string_view>
 
 #include "cli/report.h"
 
 namespace {
 
-// Splits like strtok: separators before a part are skipped, a part ends at
-// the next separator of its set, and an empty set takes the whole rest.
-bool next_part(const std::string &s, size_t &pos, const char *separators, std::string &part)
+bool is_separator(char c, std::string_view separators)
 {
-    if (*separators)
-        while (pos < s.size() && strchr(separators, s[pos]))
-            pos++;
+    for (char s : separators)
+        if (c == s)
+            return true;
+    return false;
+}
+
+// Splits like strtok: separators before a part are skipped, a part ends at
+// the next separator of its set, and an empty set takes the whole rest. The
+// part is a view into s: nothing is copied per part.
+bool next_part(std::string_view s, size_t &pos, std::string_view separators,
+               std::string_view &part)
+{
+    while (pos < s.size() && is_separator(s[pos], separators))
+        pos++;
     if (pos >= s.size())
         return false;
-    size_t end = *separators ? s.find_first_of(separators, pos) : std::string::npos;
-    if (end == std::string::npos)
-        end = s.size();
+    size_t end = pos;
+    while (end < s.size() && !is_separator(s[end], separators))
+        end++;
     part = s.substr(pos, end - pos);
     pos = end < s.size() ? end + 1 : end;
     return true;
@@ -63,11 +73,11 @@ int parse_busid(const char *text, uint32_t limit, uint16_t *domain, uint8_t *bus
         return -1;
     }
 
-    static const char *const separators[4] = {":", ":", ".", ""};
+    static constexpr std::string_view separators[4] = {":", ":", ".", ""};
     unsigned long values[4];
     size_t pos = 0;
     for (int i = 0; i < 4; i++) {
-        std::string part;
+        std::string_view part;
         unsigned code = 0;
         if (!next_part(copy, pos, separators[i], part)) {
             code = 0x321;

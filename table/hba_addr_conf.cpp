@@ -4,11 +4,20 @@
 
 #include "cli/report.h"
 
-TokenList hba_addr_table;
+TokenList &hba_addr_table = *new TokenList;
 
 namespace {
 
 bool printable_non_blank(unsigned char c) { return c >= 0x21 && c <= 0x7e; }
+
+// Most words are clean: one pass without branches tells.
+bool all_printable_non_blank(const std::string &text)
+{
+    unsigned bad = 0;
+    for (char c : text)
+        bad |= !printable_non_blank(static_cast<unsigned char>(c));
+    return bad == 0;
+}
 
 } // namespace
 
@@ -23,6 +32,8 @@ int check_hba_addr_conf(void *user)
         if (t.is_word()) {
             if (t.field > highest_field)
                 highest_field = t.field;
+            if (all_printable_non_blank(t.text))
+                continue;
             for (size_t i = 0; i < t.text.size(); i++) {
                 if (!printable_non_blank(static_cast<unsigned char>(t.text[i]))) {
                     log_err("%s(%d:%d): badly formed line in file(%x).\n", c->file_name,
