@@ -4,7 +4,9 @@
 # nothing.
 set -euo pipefail
 packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev
-          g++-multilib qemu-user-static pciutils util-linux python3)
+          g++-multilib qemu-user-static pciutils util-linux python3
+          strace  # counts the configuration-space accesses of a registration
+         )
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
