@@ -17,6 +17,7 @@
 #include "hotplug/pci_regs.h"
 #include "hotplug/pci_report.h"
 #include "hotplug/shpc.h"
+#include "hotplug/shpc_owner.h"
 #include "table/busid.h"
 #include "table/hba_addr_conf.h"
 
@@ -123,6 +124,7 @@ int build_shpc_hba_info_sub(const PciSnap &snap, ShpcInfoTable *table, HbaInfoLi
     const char *const FN = "build_shpc_hba_info_sub";
     ShpcInfo *controllers = shpc_info_records(table);
     uint32_t k = 0;  // next record of the outside list
+    ShpcOwnerFinder owners(controllers, table->count);
     for (const LineToken &t : hba_addr_table) {
         if (!is_busid_token(t))
             continue;
@@ -133,13 +135,8 @@ int build_shpc_hba_info_sub(const PciSnap &snap, ShpcInfoTable *table, HbaInfoLi
             return -1;
         }
         ShpcInfo *owner = nullptr;
-        for (uint32_t i = 0; i < table->count && !owner; i++) {
-            int covers = shpc_covers_device(controllers[i], domain, bus, device);
-            if (covers == -1)
-                return -1;
-            if (covers == 1)
-                owner = &controllers[i];
-        }
+        if (owners.find(domain, bus, device, &owner) == -1)
+            return -1;
         if (t.flags & TOKEN_DUP_FUNCTION)
             continue;
         if (owner) {
