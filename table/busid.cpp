@@ -11,26 +11,18 @@
 
 namespace {
 
-bool is_separator(char c, std::string_view separators)
+// Splits like strtok with a set of one separator: separators before a part
+// are skipped, a part ends at the next separator, and no separator ('\0',
+// which the text cannot hold) takes the whole rest. The part is a view into
+// s: nothing is copied per part.
+bool next_part(std::string_view s, size_t &pos, char separator, std::string_view &part)
 {
-    for (char s : separators)
-        if (c == s)
-            return true;
-    return false;
-}
-
-// Splits like strtok: separators before a part are skipped, a part ends at
-// the next separator of its set, and an empty set takes the whole rest. The
-// part is a view into s: nothing is copied per part.
-bool next_part(std::string_view s, size_t &pos, std::string_view separators,
-               std::string_view &part)
-{
-    while (pos < s.size() && is_separator(s[pos], separators))
+    while (pos < s.size() && s[pos] == separator)
         pos++;
     if (pos >= s.size())
         return false;
     size_t end = pos;
-    while (end < s.size() && !is_separator(s[end], separators))
+    while (end < s.size() && s[end] != separator)
         end++;
     part = s.substr(pos, end - pos);
     pos = end < s.size() ? end + 1 : end;
@@ -73,7 +65,7 @@ int parse_busid(const char *text, uint32_t limit, uint16_t *domain, uint8_t *bus
         return -1;
     }
 
-    static constexpr std::string_view separators[4] = {":", ":", ".", ""};
+    static constexpr char separators[4] = {':', ':', '.', '\0'};
     unsigned long values[4];
     size_t pos = 0;
     for (int i = 0; i < 4; i++) {
