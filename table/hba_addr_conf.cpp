@@ -10,12 +10,13 @@ namespace {
 
 bool printable_non_blank(unsigned char c) { return c >= 0x21 && c <= 0x7e; }
 
-// Most words are clean: one pass without branches tells.
+// Most words are clean: one pass without branches tells (a byte outside
+// 0x21..0x7e wraps to above 0x5d when 0x21 is taken off).
 bool all_printable_non_blank(const std::string &text)
 {
     unsigned bad = 0;
     for (char c : text)
-        bad |= !printable_non_blank(static_cast<unsigned char>(c));
+        bad |= static_cast<unsigned char>(static_cast<unsigned char>(c) - 0x21) > 0x5d;
     return bad == 0;
 }
 
