@@ -6,11 +6,11 @@ set -euo pipefail
 packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev
           g++-multilib qemu-user-static pciutils util-linux python3)
 missing=()
-# counting the configuration-space accesses of a registration (a test)
-packages+=(strace)
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
 done
+# counting the configuration-space accesses of a registration (a test)
+dpkg-query -W -f='${Status}' strace 2>/dev/null | grep -q 'install ok installed' || missing+=(strace)
 if [ ${#missing[@]} -gt 0 ]; then
     echo "installing: ${missing[*]}"
     export DEBIAN_FRONTEND=noninteractive
