@@ -42,6 +42,13 @@ constexpr int SITE_FILLING = 3638;
 
 enum BuildPass { PASS_COUNT = 0, PASS_FILL = 1 };
 
+// The first function of the snapshot with this address, from the head.
+const PciFunction *find_function(const PciSnap &snap, uint16_t domain, uint8_t bus,
+                                 uint8_t device, uint8_t function)
+{
+    return pci_find_function(snap, domain, bus, device, function);
+}
+
 // 1 when an alterpm.conf entry names this adapter, 0 when none does, -1
 // (reported) when an entry does not parse.
 int alternative_pm_mark(const PciFunction &f, uint8_t revision)
@@ -74,7 +81,7 @@ int build_hba_info(const PciSnap &snap, uint16_t domain, uint8_t bus, uint8_t de
                 static_cast<int>(sizeof info->bus_id - 1));
         return -1;
     }
-    const PciFunction *f = pci_find_function(snap, domain, bus, device, function);
+    const PciFunction *f = find_function(snap, domain, bus, device, function);
     if (!f) {
         report_fatal(SITE_NOT_PRESENT);
         log_err("device %s is does not exist.\n", text);
