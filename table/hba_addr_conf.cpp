@@ -2,6 +2,10 @@
 // the busIDs are parsed when the table is registered.
 #include "table/hba_addr_conf.h"
 
+#include <cstdint>
+#include <cstring>
+#include <string>
+
 #include "cli/report.h"
 
 TokenList &hba_addr_table = *new TokenList;
@@ -10,14 +14,27 @@ namespace {
 
 bool printable_non_blank(unsigned char c) { return c >= 0x21 && c <= 0x7e; }
 
-// Most words are clean: one pass without branches tells (a byte outside
-// 0x21..0x7e wraps to above 0x5d when 0x21 is taken off).
+// Most words are clean: a pass over eight bytes at a time tells. A byte is
+// below 0x21 when taking 0x21 off borrows into its top bit while that bit
+// was clear, and above 0x7e when adding 1 sets its top bit (a top bit
+// already set is refused too); neither test misses a byte of the word.
 bool all_printable_non_blank(const std::string &text)
 {
-    unsigned bad = 0;
-    for (char c : text)
-        bad |= static_cast<unsigned char>(static_cast<unsigned char>(c) - 0x21) > 0x5d;
-    return bad == 0;
+    constexpr uint64_t ONES = 0x0101010101010101ULL;
+    constexpr uint64_t TOPS = 0x8080808080808080ULL;
+    const char *p = text.data();
+    size_t n = text.size();
+    size_t i = 0;
+    for (; i + 8 <= n; i += 8) {
+        uint64_t x;
+        memcpy(&x, p + i, 8);
+        if ((((x - 0x21 * ONES) & ~x) | (x + ONES) | x) & TOPS)
+            return false;
+    }
+    for (; i < n; i++)
+        if (!printable_non_blank(static_cast<unsigned char>(p[i])))
+            return false;
+    return true;
 }
 
 } // namespace
