@@ -4,11 +4,17 @@
 
 #include <cstdint>
 #include <cstring>
+#include <new>
 #include <string>
 
 #include "cli/report.h"
 
-TokenList &hba_addr_table = *new TokenList;
+// In static storage, constructed in place (an empty list allocates
+// nothing) and never destroyed.
+namespace {
+alignas(TokenList) unsigned char table_storage[sizeof(TokenList)];
+}
+TokenList &hba_addr_table = *new (table_storage) TokenList;
 
 namespace {
 
