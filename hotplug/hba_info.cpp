@@ -18,6 +18,7 @@
 #include "hotplug/pci_report.h"
 #include "hotplug/preview.h"
 #include "hotplug/shpc.h"
+#include "hotplug/shpc_owner.h"
 #include "table/busid.h"
 #include "table/hba_addr_conf.h"
 
@@ -46,10 +47,7 @@ enum BuildPass { PASS_COUNT = 0, PASS_FILL = 1 };
 const PciFunction *find_function(const PciSnap &snap, uint16_t domain, uint8_t bus,
                                  uint8_t device, uint8_t function)
 {
-    for (const PciFunction &f : snap.functions)
-        if (f.domain == domain && f.bus == bus && f.device == device && f.function == function)
-            return &f;
-    return nullptr;
+    return pci_find_function(snap, domain, bus, device, function);
 }
 
 // How a build runs: for the register step (stop at the first problem), or
@@ -169,6 +167,7 @@ int build_shpc_hba_info_sub(const PciSnap &snap, ShpcInfoTable *table, HbaInfoLi
     const char *const FN = "build_shpc_hba_info_sub";
     ShpcInfo *controllers = shpc_info_records(table);
     uint32_t k = 0;  // next record of the outside list
+    ShpcOwnerFinder owners(controllers, table->count);
     for (const LineToken &t : hba_addr_table) {
         if (!is_busid_token(t))
             continue;
@@ -181,15 +180,9 @@ int build_shpc_hba_info_sub(const PciSnap &snap, ShpcInfoTable *table, HbaInfoLi
             return -1;
         }
         ShpcInfo *owner = nullptr;
-        bool unknown_speed = false;
-        for (uint32_t i = 0; i < table->count && !owner && !unknown_speed; i++) {
-            int covers = shpc_covers_device(controllers[i], domain, bus, device);
-            if (covers == -1 && !mode.preview)
-                return -1;
-            unknown_speed = covers == -1;
-            if (covers == 1)
-                owner = &controllers[i];
-        }
+        bool unknown_speed = owners.find(domain, bus, device, &owner) == -1;
+        if (unknown_speed && !mode.preview)
+            return -1;
         if (unknown_speed) {
             // Met while counting; the filling pass skips the busID.
             add_preview_problem(*mode.preview, PreviewStage::PLACEMENT, &t);

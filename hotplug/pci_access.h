@@ -8,6 +8,8 @@
 #include <list>
 #include <memory>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "lib/unique_fd.h"
 
@@ -74,6 +76,9 @@ struct PciSnap {
     const PciFunction *cached_function = nullptr;
     uint32_t cached_direction = PCI_DIR_NONE;
     UniqueFd cached_fd;
+    // Look-up by address, built on the first pci_find_function after the
+    // scan: (address key, function) sorted by key, equal keys in list order.
+    mutable std::vector<std::pair<uint64_t, const PciFunction *>> by_address;
 
     PciSnap() = default;
     // Functions point back at their snapshot.
@@ -88,6 +93,12 @@ std::unique_ptr<PciSnap> pci_snap_init(uint32_t *code);
 // Fills the snapshot from /sys/bus/pci/devices. On failure the functions
 // taken so far stay in it; *code and errno tell why.
 bool pci_scan(PciSnap &snap, uint32_t *code);
+
+// The first function from the head with this address, or null: what a walk
+// of the list would find, without walking it for every look-up. Reads no
+// configuration space.
+const PciFunction *pci_find_function(const PciSnap &snap, uint16_t domain, uint8_t bus,
+                                     uint8_t device, uint8_t function);
 
 // Removes *it from owner, closing the cached descriptor if it is this
 // function's.

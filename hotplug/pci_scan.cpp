@@ -100,6 +100,8 @@ std::unique_ptr<PciSnap> pci_snap_init(uint32_t *code)
 void pci_function_free(PciFunctionList &owner, PciFunctionList::iterator it)
 {
     PciSnap *snap = it->snap;
+    if (snap)
+        snap->by_address.clear();  // rebuilt on the next look-up
     if (snap && snap->cached_function == &*it) {
         snap->cached_fd.reset();
         snap->cached_function = nullptr;

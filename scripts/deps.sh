@@ -17,6 +17,8 @@ missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
 done
+# counting the configuration-space accesses of a registration (a test)
+dpkg-query -W -f='${Status}' strace 2>/dev/null | grep -q 'install ok installed' || missing+=(strace)
 if [ ${#missing[@]} -gt 0 ]; then
     echo "installing: ${missing[*]}"
     export DEBIAN_FRONTEND=noninteractive

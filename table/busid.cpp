@@ -11,19 +11,19 @@
 
 namespace {
 
-// Splits like strtok: separators before a part are skipped, a part ends at
-// the next separator of its set, and an empty set takes the whole rest. The
-// part is a view of s: splitting allocates nothing.
-bool next_part(std::string_view s, size_t &pos, const char *separators, std::string_view &part)
+// Splits like strtok with a set of one separator: separators before a part
+// are skipped, a part ends at the next separator, and no separator ('\0',
+// which the text cannot hold) takes the whole rest. The part is a view into
+// s: nothing is copied per part.
+bool next_part(std::string_view s, size_t &pos, char separator, std::string_view &part)
 {
-    if (*separators)
-        while (pos < s.size() && strchr(separators, s[pos]))
-            pos++;
+    while (pos < s.size() && s[pos] == separator)
+        pos++;
     if (pos >= s.size())
         return false;
-    size_t end = *separators ? s.find_first_of(separators, pos) : std::string_view::npos;
-    if (end == std::string_view::npos)
-        end = s.size();
+    size_t end = pos;
+    while (end < s.size() && s[end] != separator)
+        end++;
     part = s.substr(pos, end - pos);
     pos = end < s.size() ? end + 1 : end;
     return true;
@@ -65,7 +65,7 @@ int parse_busid(const char *text, uint32_t limit, uint16_t *domain, uint8_t *bus
         return -1;
     }
 
-    static const char *const separators[4] = {":", ":", ".", ""};
+    static constexpr char separators[4] = {':', ':', '.', '\0'};
     unsigned long values[4];
     size_t pos = 0;
     for (int i = 0; i < 4; i++) {

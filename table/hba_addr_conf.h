@@ -7,7 +7,9 @@
 #include "table/line_reader.h"
 #include "table/token_list.h"
 
-extern TokenList hba_addr_table;
+// Lives until the process ends and is never destroyed: freeing a table of
+// many thousand tokens one by one at exit would cost more than listing it.
+extern TokenList &hba_addr_table;
 
 // Loads conf_file into hba_addr_table; -1 with *status on failure (the
 // caller reports it).

@@ -92,6 +92,42 @@ private:
     bool remove_ = false;
 };
 
+// Collects output in a fixed buffer and writes it to the stream when full.
+// As with single writes, the results are left to the stream's flush.
+class BlockWriter {
+public:
+    explicit BlockWriter(FILE *stream) : stream_(stream) {}
+    void put(const std::string &text)
+    {
+        if (text.size() > sizeof buf_ - used_) {
+            drain();
+            if (text.size() > sizeof buf_) {
+                fwrite(text.data(), 1, text.size(), stream_);
+                return;
+            }
+        }
+        memcpy(buf_ + used_, text.data(), text.size());
+        used_ += text.size();
+    }
+    void put(char c)
+    {
+        if (used_ == sizeof buf_)
+            drain();
+        buf_[used_++] = c;
+    }
+    void drain()
+    {
+        if (used_)
+            fwrite(buf_, 1, used_, stream_);
+        used_ = 0;
+    }
+
+private:
+    FILE *stream_;
+    size_t used_ = 0;
+    char buf_[8192];
+};
+
 char *alloc_cleared(size_t n) { return new (std::nothrow) char[n](); }
 
 void log_pending_signals()
@@ -185,14 +221,18 @@ int write_to_file(const char *path)
 
 int print_hba_addr_conf(FILE *stream, const char *name)
 {
+    // Tokens are short: they are gathered here and handed to the stream a
+    // block at a time rather than one call each.
+    BlockWriter out(stream);
     for (auto it = hba_addr_table.begin(); it != hba_addr_table.end(); ++it) {
         if (it->flags & TOKEN_DELETED)
             continue;
-        fputs(it->text.c_str(), stream);
+        out.put(it->text);
         auto next = std::next(it);
         if (!it->is_eol() && next != hba_addr_table.end() && !next->is_eol())
-            fputc(' ', stream);
+            out.put(' ');
     }
+    out.drain();
     if (fflush(stream) != 0) {
         report_io_error(name ? name : "(stdout)", errno, 0x2b5);
         return -1;

@@ -8,6 +8,8 @@
 #include <list>
 #include <string>
 
+#include "table/token_pool.h"
+
 enum TokenKind : uint32_t {
     TOKEN_WORD = 1,
     TOKEN_COMMENT = 2,
@@ -45,7 +47,7 @@ struct LineToken {
 
 // Tokens in input order; appends go to the tail, removal keeps the order of
 // the others. Iterators stay valid across removal of other tokens.
-using TokenList = std::list<LineToken>;
+using TokenList = std::list<LineToken, PoolAllocator<LineToken>>;
 
 // The user record of the standard callbacks below.
 struct TokenCollector {
