@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
-#include <string>
+#include <string_view>
 
 #include "cli/report.h"
 
@@ -24,7 +24,7 @@ bool printable_non_blank(unsigned char c) { return c >= 0x21 && c <= 0x7e; }
 // below 0x21 when taking 0x21 off borrows into its top bit while that bit
 // was clear, and above 0x7e when adding 1 sets its top bit (a top bit
 // already set is refused too); neither test misses a byte of the word.
-bool all_printable_non_blank(const std::string &text)
+bool all_printable_non_blank(std::string_view text)
 {
     constexpr uint64_t ONES = 0x0101010101010101ULL;
     constexpr uint64_t TOPS = 0x8080808080808080ULL;

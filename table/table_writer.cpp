@@ -11,6 +11,7 @@
 #include <cstring>
 #include <memory>
 #include <new>
+#include <string_view>
 #include <fcntl.h>
 #include <unistd.h>
 
@@ -97,7 +98,7 @@ private:
 class BlockWriter {
 public:
     explicit BlockWriter(FILE *stream) : stream_(stream) {}
-    void put(const std::string &text)
+    void put(std::string_view text)
     {
         if (text.size() > sizeof buf_ - used_) {
             drain();
