@@ -90,8 +90,8 @@ void TokenText::assign(const char *bytes, size_t n)
     size_ = static_cast<uint32_t>(n);
 }
 
-void TokenText::release()
+void TokenText::release_bytes()
 {
-    if (size_ && --texts_in_use == 0)
+    if (--texts_in_use == 0)
         free_all_blocks();
 }

@@ -42,7 +42,12 @@ public:
     bool operator==(std::string_view s) const { return std::string_view(*this) == s; }
 
 private:
-    void release();
+    void release()
+    {
+        if (size_)
+            release_bytes();
+    }
+    static void release_bytes();
 
     // An empty text is the static "" and uses no block.
     const char *text_ = "";
