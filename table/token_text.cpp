@@ -15,26 +15,25 @@ struct Block {
     // the text bytes follow
 };
 
-// Plain values with constant initialisation: nothing here runs at exit, so
-// lists destroyed then may still give their texts back.
+// Plain values with constant initialisation (as those of TokenTextBlocks):
+// nothing here runs at exit, so lists destroyed then may still give their
+// texts back.
 Block *blocks = nullptr;
-char *free_at = nullptr;
-size_t room = 0;
-size_t texts_in_use = 0;
+using B = TokenTextBlocks;
 
 char *take(size_t n)
 {
-    if (n > room) {
+    if (n > B::room) {
         size_t bytes = n > BLOCK_BYTES ? n : BLOCK_BYTES;
         auto *b = static_cast<Block *>(::operator new(sizeof(Block) + bytes));
         b->previous = blocks;
         blocks = b;
-        free_at = reinterpret_cast<char *>(b + 1);
-        room = bytes;
+        B::free_at = reinterpret_cast<char *>(b + 1);
+        B::room = bytes;
     }
-    char *p = free_at;
-    free_at += n;
-    room -= n;
+    char *p = B::free_at;
+    B::free_at += n;
+    B::room -= n;
     return p;
 }
 
@@ -47,8 +46,8 @@ void free_all_blocks()
         blocks = b->previous;
         ::operator delete(b);
     }
-    free_at = nullptr;
-    room = 0;
+    B::free_at = nullptr;
+    B::room = 0;
 }
 
 } // namespace
@@ -56,14 +55,14 @@ void free_all_blocks()
 TokenText::TokenText(const TokenText &other) : text_(other.text_), size_(other.size_)
 {
     if (size_)
-        texts_in_use++;
+        B::texts_in_use++;
 }
 
 TokenText &TokenText::operator=(const TokenText &other)
 {
     if (this != &other) {
         if (other.size_)
-            texts_in_use++;
+            B::texts_in_use++;
         release();
         text_ = other.text_;
         size_ = other.size_;
@@ -73,7 +72,7 @@ TokenText &TokenText::operator=(const TokenText &other)
 
 TokenText::~TokenText() { release(); }
 
-void TokenText::assign(const char *bytes, size_t n)
+void TokenText::assign_other(const char *bytes, size_t n)
 {
     if (n == 0) {
         release();
@@ -84,7 +83,7 @@ void TokenText::assign(const char *bytes, size_t n)
     char *p = take(n + 1);  // may throw: nothing has changed yet
     memcpy(p, bytes, n);
     p[n] = '\0';
-    texts_in_use++;  // before the old text goes, so its release keeps the new block
+    B::texts_in_use++;  // before the old text goes, so its release keeps the new block
     release();
     text_ = p;
     size_ = static_cast<uint32_t>(n);
@@ -92,6 +91,6 @@ void TokenText::assign(const char *bytes, size_t n)
 
 void TokenText::release_bytes()
 {
-    if (--texts_in_use == 0)
+    if (--B::texts_in_use == 0)
         free_all_blocks();
 }

@@ -13,8 +13,17 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <string_view>
+
+// The block being filled, shared by all texts; token_text.cpp keeps the
+// list of blocks. Here so that the common case of assign() is inline.
+struct TokenTextBlocks {
+    static inline char *free_at = nullptr;
+    static inline size_t room = 0;
+    static inline size_t texts_in_use = 0;  // texts with bytes in a block
+};
 
 class TokenText {
 public:
@@ -25,7 +34,23 @@ public:
 
     // Replaces the text with a copy of n bytes. Throws std::bad_alloc, like
     // std::string, when no block can be had; the text is then unchanged.
-    void assign(const char *bytes, size_t n);
+    void assign(const char *bytes, size_t n)
+    {
+        using B = TokenTextBlocks;
+        if (n == 0 || n >= B::room) {
+            assign_other(bytes, n);
+            return;
+        }
+        char *p = B::free_at;
+        B::free_at += n + 1;
+        B::room -= n + 1;
+        memcpy(p, bytes, n);
+        p[n] = '\0';
+        B::texts_in_use++;  // before the old text goes, so its release keeps the block
+        release();
+        text_ = p;
+        size_ = static_cast<uint32_t>(n);
+    }
     TokenText &operator=(std::string_view s)
     {
         assign(s.data(), s.size());
@@ -48,6 +73,7 @@ private:
             release_bytes();
     }
     static void release_bytes();
+    void assign_other(const char *bytes, size_t n);  // empty, or a new block
 
     // An empty text is the static "" and uses no block.
     const char *text_ = "";
