@@ -50,15 +50,15 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         LineToken unterminated = token_of(entry.text);
         unterminated.size = static_cast<uint32_t>(entry.text.size());
         FUZZ_CHECK(parse_d0_entry(unterminated, nullptr, nullptr, nullptr, nullptr) == -1,
-                   "accepted without a NUL within its size: " + entry.text);
+                   "accepted without a NUL within its size: " + std::string(entry.text));
 
         Values first, cached;
         if (parse(entry, first) == -1) {
-            FUZZ_CHECK(!(entry.flags & TOKEN_PARSED), "refused but marked parsed: " + entry.text);
+            FUZZ_CHECK(!(entry.flags & TOKEN_PARSED), "refused but marked parsed: " + std::string(entry.text));
             continue;
         }
         FUZZ_CHECK(entry.flags & TOKEN_PARSED, entry.text);
-        FUZZ_CHECK(parse(entry, cached) == 0 && cached == first, "cache differs: " + entry.text);
+        FUZZ_CHECK(parse(entry, cached) == 0 && cached == first, "cache differs: " + std::string(entry.text));
         FUZZ_CHECK(!first.any || first.revision == '*', entry.text);
 
         char printed[32];
@@ -68,7 +68,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
             snprintf(printed, sizeof printed, "%x:%x:%x", first.vendor, first.device, first.revision);
         LineToken again = token_of(printed);
         Values reparsed;
-        FUZZ_CHECK(parse(again, reparsed) == 0 && reparsed == first, entry.text + " -> " + printed);
+        FUZZ_CHECK(parse(again, reparsed) == 0 && reparsed == first, std::string(entry.text) + " -> " + printed);
     }
     return 0;
 }

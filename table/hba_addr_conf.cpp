@@ -5,7 +5,7 @@
 #include <cstdint>
 #include <cstring>
 #include <new>
-#include <string>
+#include <string_view>
 
 #include "cli/report.h"
 
@@ -24,19 +24,27 @@ bool printable_non_blank(unsigned char c) { return c >= 0x21 && c <= 0x7e; }
 // below 0x21 when taking 0x21 off borrows into its top bit while that bit
 // was clear, and above 0x7e when adding 1 sets its top bit (a top bit
 // already set is refused too); neither test misses a byte of the word.
-bool all_printable_non_blank(const std::string &text)
+bool eight_printable_non_blank(const char *p)
 {
     constexpr uint64_t ONES = 0x0101010101010101ULL;
     constexpr uint64_t TOPS = 0x8080808080808080ULL;
+    uint64_t x;
+    memcpy(&x, p, 8);
+    return ((((x - 0x21 * ONES) & ~x) | (x + ONES) | x) & TOPS) == 0;
+}
+
+bool all_printable_non_blank(std::string_view text)
+{
     const char *p = text.data();
     size_t n = text.size();
     size_t i = 0;
-    for (; i + 8 <= n; i += 8) {
-        uint64_t x;
-        memcpy(&x, p + i, 8);
-        if ((((x - 0x21 * ONES) & ~x) | (x + ONES) | x) & TOPS)
+    for (; i + 8 <= n; i += 8)
+        if (!eight_printable_non_blank(p + i))
             return false;
-    }
+    // The last bytes of a word of eight or more: the eight that end it,
+    // some of them tested twice.
+    if (n >= 8)
+        return i == n || eight_printable_non_blank(p + n - 8);
     for (; i < n; i++)
         if (!printable_non_blank(static_cast<unsigned char>(p[i])))
             return false;

@@ -29,10 +29,11 @@ bool is_first_word(const LineToken &t) { return t.is_line_start() && t.is_word()
 // The label of a first word, or false when the word has no comma.
 bool label_of(const LineToken &t, std::string_view &label)
 {
-    size_t comma = t.text.find(',');
-    if (comma == std::string::npos)
+    std::string_view text = t.text;
+    size_t comma = text.find(',');
+    if (comma == std::string_view::npos)
         return false;
-    label = std::string_view(t.text).substr(0, comma);
+    label = text.substr(0, comma);
     return true;
 }
 
@@ -63,7 +64,12 @@ bool relabel(LineToken &t, size_t label_len, const char *new_label)
     }
     // Within the capacity reserved: these appends allocate nothing.
     text.append(new_label).append(1, ',').append(rest);
-    t.text.swap(text);
+    try {
+        t.text = text;
+    } catch (const std::bad_alloc &) {
+        report_no_resources(len + 1, SITE_NO_TEXT);
+        return false;
+    }
     t.size = static_cast<uint32_t>(t.text.size() + 1);
     return true;
 }

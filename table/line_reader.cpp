@@ -20,7 +20,7 @@ namespace {
 enum class Lexer { idle, word, comment };
 enum class CharClass { ordinary, blank, newline, hash };
 
-CharClass classify(char c)
+constexpr CharClass class_of_byte(char c)
 {
     switch (c) {
     case ' ':
@@ -31,18 +31,20 @@ CharClass classify(char c)
     }
 }
 
-// The bytes classify() calls ordinary, as a table for the runs inside words.
-struct OrdinaryBytes {
-    bool ordinary[256];
-    constexpr OrdinaryBytes() : ordinary()
+// The class of every byte, looked up rather than decided byte by byte.
+struct ByteClasses {
+    CharClass of[256];
+    constexpr ByteClasses() : of()
     {
         for (int c = 0; c < 256; c++)
-            ordinary[c] = c != ' ' && c != '\t' && c != '\n' && c != '#';
+            of[c] = class_of_byte(static_cast<char>(c));
     }
 };
-constexpr OrdinaryBytes ORDINARY_BYTES;
+constexpr ByteClasses BYTE_CLASSES;
 
-bool is_ordinary(char c) { return ORDINARY_BYTES.ordinary[static_cast<unsigned char>(c)]; }
+CharClass classify(char c) { return BYTE_CLASSES.of[static_cast<unsigned char>(c)]; }
+
+bool is_ordinary(char c) { return classify(c) == CharClass::ordinary; }
 
 class Tokeniser {
 public:
@@ -54,7 +56,7 @@ public:
 
     // Tokenises one chunk. Returns 1 to go on, 0 when the token callback
     // asked to stop, -1 with *status on failure.
-    int feed(const char *chunk, size_t n, LineReaderStatus *status)
+    int feed(char *chunk, size_t n, LineReaderStatus *status)
     {
         size_t start = 0;  // where the current token's bytes begin in this chunk
         size_t i = 0;
@@ -104,10 +106,20 @@ public:
                 // A word or comment ends at the previous byte, an end of line
                 // at the newline itself.
                 size_t end = finished == TOKEN_EOL ? i + 1 : i;
-                if (!append(chunk + start, end > start ? end - start : 0, status))
-                    return -1;
+                size_t len = end > start ? end - start : 0;
                 lexer_ = Lexer::idle;
-                int r = deliver(finished, column_, status);
+                int r;
+                if (line_len_ == 0) {
+                    // The whole token lies in this chunk: it is handed on
+                    // from there, as the line buffer would hold it.
+                    if (len > capacity_ - 1)
+                        return too_long(status);
+                    r = deliver_in_place(chunk, start, end, finished, status);
+                } else {
+                    if (!append(chunk + start, len, status))
+                        return -1;
+                    r = deliver(line_, finished, column_, status);
+                }
                 if (r <= 0)
                     return r;
                 start = i + 1;
@@ -137,7 +149,7 @@ public:
         if (lexer_ != Lexer::idle) {
             TokenKind kind = lexer_ == Lexer::word ? TOKEN_WORD : TOKEN_COMMENT;
             lexer_ = Lexer::idle;
-            int r = deliver(kind, virtual_column, status);
+            int r = deliver(line_, kind, virtual_column, status);
             if (r <= 0)
                 return r;
         }
@@ -145,7 +157,7 @@ public:
             return 1;
         if (!append("\n", 1, status))
             return -1;
-        return deliver(TOKEN_EOL, virtual_column, status);
+        return deliver(line_, TOKEN_EOL, virtual_column, status);
     }
 
 private:
@@ -158,6 +170,11 @@ private:
             return 0;
         size_t j = i;
         if (lexer_ == Lexer::word) {
+            // Words are most of the bytes: four a step while all of them
+            // are ordinary, then byte by byte.
+            while (j + 4 <= n && is_ordinary(chunk[j]) && is_ordinary(chunk[j + 1]) &&
+                   is_ordinary(chunk[j + 2]) && is_ordinary(chunk[j + 3]))
+                j += 4;
             while (j < n && is_ordinary(chunk[j]))
                 j++;
         } else {
@@ -180,11 +197,17 @@ private:
         }
     }
 
+    int too_long(LineReaderStatus *status)
+    {
+        *status = LR_TOO_LONG;
+        errno = E2BIG;
+        return -1;
+    }
+
     bool append(const char *bytes, size_t n, LineReaderStatus *status)
     {
         if (n > capacity_ - 1 - line_len_) {
-            *status = LR_TOO_LONG;
-            errno = E2BIG;
+            too_long(status);
             return false;
         }
         memcpy(line_ + line_len_, bytes, n);
@@ -201,10 +224,25 @@ private:
 
     // The column is that of the byte that finished the token, less the
     // token's length: a word or comment gets the column of its first byte.
-    int deliver(TokenKind kind, uint32_t column, LineReaderStatus *status)
+    // The bytes start..end - 1 of the chunk, delivered without the copy to
+    // the line buffer: the byte after a word or comment (the one that ended
+    // it) is a NUL for the length of the call, and an end of line is "\n".
+    int deliver_in_place(char *chunk, size_t start, size_t end, TokenKind kind,
+                         LineReaderStatus *status)
     {
-        uint32_t len = static_cast<uint32_t>(strlen(line_));
-        int r = cb_.token(cb_.user, line_, len + 1, line_no_, column - len, kind);
+        if (kind == TOKEN_EOL)
+            return deliver("\n", kind, column_, status);
+        char after = chunk[end];
+        chunk[end] = '\0';
+        int r = deliver(chunk + start, kind, column_, status);
+        chunk[end] = after;
+        return r;
+    }
+
+    int deliver(const char *text, TokenKind kind, uint32_t column, LineReaderStatus *status)
+    {
+        uint32_t len = static_cast<uint32_t>(strlen(text));
+        int r = cb_.token(cb_.user, text, len + 1, line_no_, column - len, kind);
         clear_line();
         line_has_tokens_ = kind != TOKEN_EOL;
         if (r == -1) {

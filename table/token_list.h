@@ -6,9 +6,8 @@
 
 #include <cstdint>
 #include <list>
-#include <string>
-
 #include "table/token_pool.h"
+#include "table/token_text.h"
 
 enum TokenKind : uint32_t {
     TOKEN_WORD = 1,
@@ -31,7 +30,7 @@ constexpr uint32_t TOKEN_PARSED = 0x2000;
 constexpr uint32_t COLUMN_END = 0xFFFFFFFFu;
 
 struct LineToken {
-    std::string text;       // word, "#comment" or "\n"; never holds a NUL
+    TokenText text;         // word, "#comment" or "\n"; never holds a NUL
     uint32_t size = 0;      // bytes of text including the terminating NUL
     uint32_t line = 0;      // 1-based
     uint32_t column = 0;    // as delivered by the line reader

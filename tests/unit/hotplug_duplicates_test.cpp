@@ -38,7 +38,7 @@ std::string marks(const TokenList &table)
     for (const LineToken &t : table) {
         bool device = t.flags & TOKEN_DUP_DEVICE, function = t.flags & TOKEN_DUP_FUNCTION;
         if (t.field != 2)
-            EXPECT_FALSE(device || function) << t.text;
+            EXPECT_FALSE(device || function) << std::string_view(t.text);
         else
             out += function ? (device ? 'F' : '?') : device ? 'D' : '-';
     }

@@ -73,7 +73,7 @@ TEST(TableLarge, PositionsAndRoundTripBeyondOneChunk)
         const Expected &e = expected[i++];
         ASSERT_EQ(t.text, e.text) << "token " << i;
         ASSERT_EQ(t.line, e.line) << "token " << i;
-        ASSERT_EQ(t.column, e.column) << "token " << i << " " << t.text.substr(0, 20);
+        ASSERT_EQ(t.column, e.column) << "token " << i << " " << std::string_view(t.text).substr(0, 20);
     }
 
     char *written = nullptr;
