@@ -24,6 +24,36 @@ void write_string(FILE *out, const std::string &s)
 
 void key(FILE *out, const char *name) { fprintf(out, "\"%s\": ", name); }
 
+// A string, or null when there is none.
+void write_string_or_null(FILE *out, const char *s)
+{
+    if (s)
+        write_string(out, s);
+    else
+        fputs("null", out);
+}
+
+// A number, or null when it is negative (not stated by the hardware).
+void write_number_or_null(FILE *out, long n)
+{
+    if (n >= 0)
+        fprintf(out, "%ld", n);
+    else
+        fputs("null", out);
+}
+
+void write_string_array(FILE *out, const std::vector<std::string> &list)
+{
+    fputc('[', out);
+    const char *sep = "";
+    for (const std::string &item : list) {
+        fputs(sep, out);
+        write_string(out, item);
+        sep = ", ";
+    }
+    fputc(']', out);
+}
+
 void write_line(FILE *out, const TableLine &l)
 {
     fprintf(out, "\"line\": %" PRIu32 ", \"label\": ", l.line);
@@ -108,23 +138,12 @@ void write_controller(FILE *out, const ControllerView &v)
     const char *sep = "";
     for (const SlotView &s : v.slots) {
         fprintf(out, "%s{\"device\": ", sep);
-        if (s.device >= 0)
-            fprintf(out, "%d", s.device);
-        else
-            fprintf(out, "null");
+        write_number_or_null(out, s.device);
         fprintf(out, ", \"physical_slot\": ");
-        if (s.physical >= 0)
-            fprintf(out, "%ld", s.physical);
-        else
-            fprintf(out, "null");
-        fprintf(out, ", \"sysfs_slots\": [");
-        const char *sep2 = "";
-        for (const std::string &name : s.sysfs_names) {
-            fputs(sep2, out);
-            write_string(out, name);
-            sep2 = ", ";
-        }
-        fprintf(out, "]}");
+        write_number_or_null(out, s.physical);
+        fprintf(out, ", \"sysfs_slots\": ");
+        write_string_array(out, s.sysfs_names);
+        fputc('}', out);
         sep = ", ";
     }
     fprintf(out, "],\n     \"adapters\": ");
@@ -142,34 +161,21 @@ void write_problem(FILE *out, const ProblemView &v)
     else
         fprintf(out, "null");
     fprintf(out, ", \"file\": ");
-    if (v.file)
-        write_string(out, v.file);
-    else
-        fprintf(out, "null");
+    write_string_or_null(out, v.file);
     if (v.has_line) {
         fprintf(out, ", \"line\": %" PRIu32 ", \"entry\": ", v.line.line);
         write_string(out, v.line.entry);
     } else {
         fprintf(out, ", \"line\": null, \"entry\": null");
     }
+    const bool named = !v.bus_id.empty();
     fprintf(out, ", \"label\": ");
-    if (!v.bus_id.empty())
-        write_string(out, v.line.label);
-    else
-        fprintf(out, "null");
+    write_string_or_null(out, named ? v.line.label.c_str() : nullptr);
     fprintf(out, ", \"bus_id\": ");
-    if (!v.bus_id.empty())
-        write_string(out, v.bus_id);
-    else
-        fprintf(out, "null");
-    fprintf(out, ",\n     \"messages\": [");
-    const char *sep = "";
-    for (const std::string &m : p.messages) {
-        fputs(sep, out);
-        write_string(out, m);
-        sep = ", ";
-    }
-    fprintf(out, "]}");
+    write_string_or_null(out, named ? v.bus_id.c_str() : nullptr);
+    fprintf(out, ",\n     \"messages\": ");
+    write_string_array(out, p.messages);
+    fputc('}', out);
 }
 
 } // namespace
