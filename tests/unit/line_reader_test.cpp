@@ -1,6 +1,7 @@
 // The line reader: token kinds, positions, chunk boundaries, limits and
 // time-outs, and the column filter.
 #include <cerrno>
+#include <cstdlib>
 #include <chrono>
 #include <cstring>
 #include <string>
@@ -199,17 +200,22 @@ TEST(LineReader, CallbackResultsAndStartUpFailures)
     EXPECT_EQ(read_lines(nullptr, 0, 0, &no_token, &status), -1);
     EXPECT_EQ(status, LR_NO_CALLBACK);
 
+    char empty[] = "/tmp/line_reader_testXXXXXX";
+    int empty_fd = mkstemp(empty);
+    ASSERT_NE(empty_fd, -1);
+    close(empty_fd);
     LineReaderCallbacks failing_begin = cb;
     failing_begin.begin = [](void *) { return -1; };
     Recorder before = r;
-    EXPECT_EQ(read_lines("/dev/null", -1, 0, &failing_begin, &status), -1);
+    EXPECT_EQ(read_lines(empty, -1, 0, &failing_begin, &status), -1);
     EXPECT_EQ(status, LR_BEGIN);
     EXPECT_EQ(r.ends, before.ends);  // end is not called after a failed begin
 
     LineReaderCallbacks failing_end = cb;
     failing_end.end = [](void *) { return -1; };
-    EXPECT_EQ(read_lines("/dev/null", -1, 0, &failing_end, &status), -1);
+    EXPECT_EQ(read_lines(empty, -1, 0, &failing_end, &status), -1);
     EXPECT_EQ(status, LR_END);
+    unlink(empty);
 }
 
 // Builds a token list through the standard callbacks.
