@@ -153,6 +153,8 @@ int parse_d0_entry(LineToken &entry, uint16_t *vendor_id, uint16_t *device_id,
     return 0;
 }
 
+namespace {
+
 int read_d0_conf()
 {
     TokenCollector collector;
@@ -171,12 +173,15 @@ int read_d0_conf()
     return 0;
 }
 
-int parse_d0_conf()
+} // namespace
+
+int parse_d0_conf(const std::function<bool(const LineToken &)> &go_on)
 {
     if (read_d0_conf() == -1)
         return -1;
     for (LineToken &entry : alterpm_list) {
-        if (parse_d0_entry(entry, nullptr, nullptr, nullptr, nullptr) == -1) {
+        if (parse_d0_entry(entry, nullptr, nullptr, nullptr, nullptr) == -1 &&
+            !(go_on && go_on(entry))) {
             log_callee("parse_d0_conf", SITE_ENTRY);
             return -1;
         }

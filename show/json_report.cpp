@@ -3,7 +3,6 @@
 // sent; the rest say where each record comes from.
 #include <cinttypes>
 
-#include "hotplug/alterpm.h"
 #include "show/report_writers.h"
 
 namespace {
@@ -131,7 +130,7 @@ void write_controller(FILE *out, const ControllerView &v)
             c.hba_count);
     fprintf(out, "     \"bus_speed\": ");
     if (c.magic == SHPC_MAGIC)
-        fprintf(out, "\"%s\"", shpc_speed_key(c.sec_bus_config));
+        fprintf(out, "\"%s\"", v.speed ? v.speed->key : "unknown");
     else
         fprintf(out, "null");
     fprintf(out, ", \"slots\": [");
@@ -154,7 +153,7 @@ void write_controller(FILE *out, const ControllerView &v)
 void write_problem(FILE *out, const ProblemView &v)
 {
     static const char *const stages[] = {"alterpm", "bus", "busid", "placement", "adapter"};
-    const PreviewProblem &p = *v.problem;
+    const PlanProblem &p = *v.problem;
     fprintf(out, "    {\"stage\": \"%s\", \"site\": ", stages[static_cast<int>(p.stage)]);
     if (p.site)
         fprintf(out, "\"%x\"", p.site);
@@ -189,8 +188,8 @@ bool write_json_report(FILE *out, const ShowModel &m)
     if (m.built)
         fprintf(out, "{\"count\": %" PRIu32 ", \"total_size\": %" PRIu32
                      ", \"max_hba_count\": %" PRIu32 "}",
-                m.preview->table->count, m.preview->table->total_size,
-                m.preview->table->max_hba_count);
+                m.plan->table->count, m.plan->table->total_size,
+                m.plan->table->max_hba_count);
     else
         fprintf(out, "null");
     fprintf(out, ",\n  \"controllers\": [");
