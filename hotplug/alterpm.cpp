@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "cli/options.h"
-#include "cli/report.h"
+#include "core/options.h"
+#include "core/report.h"
 #include "table/line_reader.h"
 
 TokenList alterpm_list;

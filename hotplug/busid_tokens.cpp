@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "cli/report.h"
+#include "core/report.h"
 #include "table/busid.h"
 
 namespace {

@@ -10,7 +10,7 @@
 #include <numeric>
 #include <optional>
 
-#include "cli/report.h"
+#include "core/report.h"
 #include "hotplug/alterpm.h"
 #include "hotplug/driver_memory.h"
 #include "hotplug/hba_info.h"

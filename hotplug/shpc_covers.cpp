@@ -5,7 +5,7 @@
 
 #include <iterator>
 
-#include "cli/report.h"
+#include "core/report.h"
 #include "hotplug/pci_regs.h"
 
 namespace {

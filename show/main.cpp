@@ -10,11 +10,11 @@
 #include <getopt.h>
 #include <unistd.h>
 
-#include "cli/options.h"
-#include "cli/report.h"
-#include "cli/run_lock.h"
-#include "cli/startup.h"
-#include "cli/user_log.h"
+#include "core/options.h"
+#include "core/report.h"
+#include "core/run_lock.h"
+#include "core/startup.h"
+#include "core/user_log.h"
 #include "hotplug/plan.h"
 #include "show/model.h"
 #include "show/report_writers.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "cli/report.h"
+#include "core/report.h"
 
 namespace {
 

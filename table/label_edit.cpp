@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "cli/report.h"
+#include "core/report.h"
 #include "table/hba_addr_conf.h"
 
 namespace {

@@ -1,16 +1,14 @@
 // The command line. getopt reports every bad option; the whole line is then
 // refused with the usage, so the administrator sees all mistakes at once.
-#include "cli/options.h"
+#include "cli/command_line.h"
 
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
-#include "cli/report.h"
-
-CommandOptions g_options;
+#include "core/options.h"
+#include "core/report.h"
 
 namespace {
 
@@ -123,17 +121,4 @@ int parse_option(int argc, char **argv)
     else
         o.out_file = out;
     return 0;
-}
-
-int32_t option_timeout_ms()
-{
-    // A product that does not fit 32 bits is held at the nearest limit
-    // instead of wrapping: a huge -t must not turn into a short or negative
-    // time-out. 0 keeps meaning "no time-out", a negative value "no limit".
-    long long ms = static_cast<long long>(g_options.timeout_sec) * 1000;
-    if (ms > INT32_MAX)
-        return INT32_MAX;
-    if (ms < INT32_MIN)
-        return INT32_MIN;
-    return static_cast<int32_t>(ms);
 }
