@@ -2,12 +2,13 @@
 // gets one HbaInfo: in the list of the first controller whose slots hold it,
 // or in the outside list. A counting pass sizes the lists, a filling pass
 // fills them; both see the same busIDs and decide alike. While collecting,
-// the counting pass also builds each adapter's record once, so that an
-// adapter with a problem gets no place in either pass.
+// the counting pass already builds each adapter's record, so that an
+// adapter with a problem gets no place in either pass; the filling pass
+// then copies the records built instead of reading the adapters again.
 #include "hotplug/plan.h"
 
 #include <algorithm>
-#include <numeric>
+#include <new>
 #include <optional>
 
 #include "core/report.h"
@@ -158,12 +159,9 @@ private:
                 w.outcome = Outcome::DUPLICATE;
                 continue;
             }
-            if (collecting_) {
-                HbaInfo scratch{};
-                if (build_hba_info(*plan_.snap, w, &scratch) == -1) {
-                    refuse(PlanStage::ADAPTER, w.token, i);
-                    continue;
-                }
+            if (collecting_ && !build_ahead(i)) {
+                refuse(PlanStage::ADAPTER, w.token, i);
+                continue;
             }
             w.outcome = Outcome::PLACED;
             if (!owner) {
@@ -175,6 +173,21 @@ private:
                 table->max_hba_count = owner->hba_count;
         }
         return allocate_lists(table, outside);
+    }
+
+    // While collecting: the record of busID i, built now (kept for the
+    // filling pass when there is room). false when the adapter has a problem.
+    bool build_ahead(size_t i)
+    {
+        if (built_.empty()) {
+            try {
+                built_.resize(plan_.busids.size());
+            } catch (const std::bad_alloc &) {
+                HbaInfo scratch{};  // no room: the filling pass builds again
+                return build_hba_info(*plan_.snap, plan_.busids[i], &scratch) == 0;
+            }
+        }
+        return build_hba_info(*plan_.snap, plan_.busids[i], &built_[i]) == 0;
     }
 
     HbaInfoList *allocate_lists(ShpcInfoTable *table, uint32_t outside)
@@ -206,13 +219,16 @@ private:
     {
         ShpcInfo *controllers = shpc_info_records(table);
         uint32_t k = 0;  // next record of the outside list
-        for (BusIdWord &w : plan_.busids) {
+        for (size_t i = 0; i < plan_.busids.size(); i++) {
+            BusIdWord &w = plan_.busids[i];
             if (w.outcome != Outcome::PLACED)
                 continue;
             ShpcInfo *owner = w.controller < 0 ? nullptr : &controllers[w.controller];
             w.index = owner ? owner->hba_count : k;
-            HbaInfoList *list = owner ? controller_list(*owner) : outside;
-            if (build_hba_info(*plan_.snap, w, &hba_info_records(list)[w.index]) == -1) {
+            HbaInfo *record = &hba_info_records(owner ? controller_list(*owner) : outside)[w.index];
+            if (!built_.empty()) {
+                *record = built_[i];
+            } else if (build_hba_info(*plan_.snap, w, record) == -1) {
                 log_callee(PASS_FN, owner ? SITE_FILL_CONTROLLER : SITE_FILL_OUTSIDE);
                 return -1;
             }
@@ -228,6 +244,7 @@ private:
     RegistrationPlan &plan_;
     CapturedMessages messages_;
     std::optional<ReportCapture> capture_;
+    std::vector<HbaInfo> built_;  // while collecting: by busID, built ahead
 };
 
 // By stage, then in the order met; each busID keeps its problem.
