@@ -36,11 +36,10 @@ bool printable(int c) { return c >= 0x20 && c <= 0x7e; }
 
 void usage()
 {
-    fputs("ERROR: usage: slotag -a DEVICE-PATH\n"
-          "ERROR:   or:  slotag -d LABEL\n"
-          "ERROR:   or:  slotag -c OLD-LABEL NEW-LABEL\n"
-          "ERROR:   or:  slotag -l | -r\n",
-          stderr);
+    print_error("usage: slotag -a DEVICE-PATH\n");
+    print_error("  or:  slotag -d LABEL\n");
+    print_error("  or:  slotag -c OLD-LABEL NEW-LABEL\n");
+    print_error("  or:  slotag -l | -r\n");
 }
 
 int check_option_extended()
@@ -91,15 +90,14 @@ int parse_option(int argc, char **argv)
             log_info("specify -t %d\n", o.timeout_sec);
             break;
         case ':':
-            fprintf(stderr, "ERROR: option -%c requires an argument.\n", optopt);
+            print_error("option -%c requires an argument.\n", optopt);
             error = true;
             break;
         default:
             if (printable(optopt))
-                fprintf(stderr, "ERROR: unknown option -%c.\n", optopt);
+                print_error("unknown option -%c.\n", optopt);
             else
-                fprintf(stderr, "ERROR: unknown option character 0x%x.\n",
-                        static_cast<unsigned>(optopt));
+                print_error("unknown option character 0x%x.\n", static_cast<unsigned>(optopt));
             error = true;
             break;
         }

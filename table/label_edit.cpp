@@ -80,10 +80,9 @@ std::string_view entry_label(const LineToken &first_word)
 
 void print_new_label_syntax()
 {
-    fputs("ERROR: invalid character used in NEW-LABEL.\n"
-          "ERROR:   the first character  is   a-z  A-Z  0-9  /\n"
-          "ERROR:   the other characters are  a-z  A-Z  0-9  /  -  _  .  :\n",
-          stderr);
+    print_error("invalid character used in NEW-LABEL.\n");
+    print_error("  the first character  is   a-z  A-Z  0-9  /\n");
+    print_error("  the other characters are  a-z  A-Z  0-9  /  -  _  .  :\n");
 }
 
 int parse_hba_addr_conf_delete(const char *label)
