@@ -51,6 +51,10 @@ const ShpcBusSpeed *shpc_bus_speed(uint32_t sec_bus_config);
 // reported).
 bool shpc_slot_range(const ShpcInfo &shpc, uint32_t *first_device, uint32_t *slot_count);
 
+// Whether a controller already tried covers domain:bus:device: a port its
+// whole secondary bus, an SHPC the slot range stored in its record.
+bool shpc_holds_device(const ShpcInfo &shpc, uint16_t domain, uint8_t bus, uint8_t device);
+
 // 1 when domain:bus:device sits in one of the controller's slots, 0 when
 // not, -1 (reported) for an SHPC at an unknown bus speed. For an SHPC the
 // first device and the slot count are stored in the record.

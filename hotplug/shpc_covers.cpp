@@ -51,10 +51,19 @@ bool shpc_slot_range(const ShpcInfo &shpc, uint32_t *first_device, uint32_t *slo
     return true;
 }
 
+bool shpc_holds_device(const ShpcInfo &shpc, uint16_t domain, uint8_t bus, uint8_t device)
+{
+    if (domain != shpc.domain || bus != shpc.secondary_bus)
+        return false;
+    return shpc.magic == PCIE_PORT_MAGIC ||
+           (shpc.first_device <= device &&
+            uint32_t{device} < uint32_t{shpc.first_device} + shpc.slot_count);
+}
+
 int shpc_covers_device(ShpcInfo &shpc, uint16_t domain, uint8_t bus, uint8_t device)
 {
     if (shpc.magic == PCIE_PORT_MAGIC)
-        return domain == shpc.domain && bus == shpc.secondary_bus ? 1 : 0;
+        return shpc_holds_device(shpc, domain, bus, device) ? 1 : 0;
 
     uint32_t first, slots;
     if (!shpc_slot_range(shpc, &first, &slots)) {
@@ -65,8 +74,5 @@ int shpc_covers_device(ShpcInfo &shpc, uint16_t domain, uint8_t bus, uint8_t dev
     }
     shpc.first_device = static_cast<uint8_t>(first);
     shpc.slot_count = static_cast<uint8_t>(slots);
-    return domain == shpc.domain && bus == shpc.secondary_bus && first <= device &&
-                   device < first + slots
-               ? 1
-               : 0;
+    return shpc_holds_device(shpc, domain, bus, device) ? 1 : 0;
 }
