@@ -6,11 +6,12 @@
 #include <new>
 #include <unistd.h>
 
-#include "cli/options.h"
-#include "cli/report.h"
-#include "cli/run_lock.h"
-#include "cli/startup.h"
-#include "cli/user_log.h"
+#include "cli/command_line.h"
+#include "core/options.h"
+#include "core/report.h"
+#include "core/run_lock.h"
+#include "core/startup.h"
+#include "core/user_log.h"
 #include "hotplug/register.h"
 #include "resolve/add.h"
 #include "table/hba_addr_conf.h"
@@ -136,7 +137,7 @@ int main(int argc, char **argv)
         finish(0x1006, 0);
     }
     if (o.mode_add) {
-        if (guarded([=] { return parse_hba_addr_conf_add(argc, argv); }) < 1)
+        if (guarded([=] { return parse_hba_addr_conf_add(operand_count, operands); }) < 1)
             finish(0x1012, 6);
         if (guarded(register_hba_info) == -1)
             finish(0x1018, 7);

@@ -9,9 +9,10 @@
 #include <string>
 #include <string_view>
 
-#include "cli/options.h"
-#include "cli/report.h"
+#include "core/options.h"
+#include "core/report.h"
 #include "table/line_reader.h"
+#include "table/text_fields.h"
 
 TokenList alterpm_list;
 
@@ -34,47 +35,6 @@ struct AltPmEntry {
 static_assert(sizeof(AltPmEntry) <= sizeof(LineToken::owner_data));
 
 constexpr uint8_t ANY_REVISION_CHAR = '*';
-
-bool is_hex(char c)
-{
-    return (c >= '0' && c <= '9') || (c >= 'a' && c <= 'f') || (c >= 'A' && c <= 'F');
-}
-
-// Low bits of a hexadecimal number of any length: the same in the 32-bit
-// and the 64-bit build (strtoul would saturate at different widths).
-uint32_t hex_low_bits(std::string_view digits)
-{
-    uint32_t v = 0;
-    for (char c : digits)
-        v = (v << 4) | static_cast<uint32_t>(c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10);
-    return v;
-}
-
-// strtok-style field: separators (":") before it skipped; it ends at the
-// next ":" (at *end) and the walk goes on after that. false when nothing is
-// left. The field is a view of s: only the working copy is allocated.
-bool take_field(std::string_view s, size_t &pos, std::string_view &field, size_t *end)
-{
-    while (pos < s.size() && s[pos] == ':')
-        pos++;
-    if (pos >= s.size())
-        return false;
-    size_t stop = s.find(':', pos);
-    if (stop == std::string_view::npos)
-        stop = s.size();
-    field = s.substr(pos, stop - pos);
-    pos = stop < s.size() ? stop + 1 : stop;
-    *end = stop;
-    return true;
-}
-
-bool all_hex(std::string_view field)
-{
-    for (char c : field)
-        if (!is_hex(c))
-            return false;
-    return true;
-}
 
 void store(const AltPmEntry &e, uint16_t *vendor_id, uint16_t *device_id, uint8_t *revision_id,
            uint8_t *any_revision)
@@ -126,32 +86,34 @@ int parse_d0_entry(LineToken &entry, uint16_t *vendor_id, uint16_t *device_id,
 
     size_t pos = 0;
     size_t first_end = text.size();  // strtok writes its first NUL here
-    size_t end;
     std::string_view vendor, device, revision;
-    if (!take_field(text, pos, vendor, &first_end))
+    if (!next_field(text, pos, ':', vendor, &first_end))
         return refuse(SITE_MISSING, text, first_end);
-    if (!all_hex(vendor))
+    uint32_t vendor_value, device_value, revision_value = ANY_REVISION_CHAR;
+    if (!hex_low_bits(vendor, &vendor_value))
         return refuse(SITE_NOT_HEX, text, first_end);
-    if (!take_field(text, pos, device, &end))
+    if (!next_field(text, pos, ':', device))
         return refuse(SITE_MISSING, text, first_end);
-    if (!all_hex(device))
+    if (!hex_low_bits(device, &device_value))
         return refuse(SITE_NOT_HEX, text, first_end);
     if (pos >= text.size())
         return refuse(SITE_MISSING, text, first_end);
     revision = std::string_view(text).substr(pos);  // the rest, ":" included
     bool any = revision[0] == '*';
-    if (!any && !all_hex(revision))
+    if (!any && !hex_low_bits(revision, &revision_value))
         return refuse(SITE_NOT_HEX, text, first_end);
 
-    e.vendor_id = static_cast<uint16_t>(hex_low_bits(vendor));
-    e.device_id = static_cast<uint16_t>(hex_low_bits(device));
-    e.revision_id = any ? ANY_REVISION_CHAR : static_cast<uint8_t>(hex_low_bits(revision));
+    e.vendor_id = static_cast<uint16_t>(vendor_value);
+    e.device_id = static_cast<uint16_t>(device_value);
+    e.revision_id = static_cast<uint8_t>(revision_value);
     e.any_revision = any ? 1 : 0;
     memcpy(entry.owner_data, &e, sizeof e);
     entry.flags |= TOKEN_PARSED;
     store(e, vendor_id, device_id, revision_id, any_revision);
     return 0;
 }
+
+namespace {
 
 int read_d0_conf()
 {
@@ -171,12 +133,15 @@ int read_d0_conf()
     return 0;
 }
 
-int parse_d0_conf()
+} // namespace
+
+int parse_d0_conf(const std::function<bool(const LineToken &)> &go_on)
 {
     if (read_d0_conf() == -1)
         return -1;
     for (LineToken &entry : alterpm_list) {
-        if (parse_d0_entry(entry, nullptr, nullptr, nullptr, nullptr) == -1) {
+        if (parse_d0_entry(entry, nullptr, nullptr, nullptr, nullptr) == -1 &&
+            !(go_on && go_on(entry))) {
             log_callee("parse_d0_conf", SITE_ENTRY);
             return -1;
         }

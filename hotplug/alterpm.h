@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 #include "table/token_list.h"
 
@@ -14,10 +15,10 @@ constexpr const char *ALTERPM_CONF = "/etc/opt/KVTPslotag/alterpm.conf";
 extern TokenList alterpm_list;
 
 // Reads alterpm.conf into alterpm_list and checks every entry. 0, or -1
-// (reported).
-int parse_d0_conf();
-// Only the reading: 0, or -1 (reported).
-int read_d0_conf();
+// (reported). An entry that does not parse stops the check, unless go_on
+// is given and returns true: the entry then stays unparsed and the check
+// goes on with the next.
+int parse_d0_conf(const std::function<bool(const LineToken &)> &go_on = nullptr);
 
 // The values of one entry, parsed on the first call and cached on the token
 // (TOKEN_PARSED). Every out pointer may be null. 0, or -1 (reported).

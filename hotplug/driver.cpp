@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 
-#include "cli/report.h"
+#include "core/report.h"
 #include "hotplug/driver_memory.h"
 #include "lib/unique_fd.h"
 

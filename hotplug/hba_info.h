@@ -1,24 +1,25 @@
-// The HBA information build: from the label table and one PCI snapshot to
-// the records the driver is given, the controller table (each controller
-// with the list of labelled adapters in its slots) and the list of labelled
-// adapters outside every controller's slots.
+// The records of the HBA information build: one labelled adapter's HbaInfo,
+// and the zero-filled blocks the driver is handed.
 #pragma once
 
 #include <cstdint>
 
+#include "hotplug/busid_tokens.h"
+#include "hotplug/pci_access.h"
 #include "hotplug/records.h"
 
-struct RegistrationPreview;
-
-// Fills *table and *list (blocks that live until the process ends) and
-// returns 0; -1 (reported) with null outputs.
-int build_shpc_hba_info(ShpcInfoTable **table, HbaInfoList **list);
-
-// The same build for a preview: every problem gathered into it, the records
-// of the others and the snapshot handed over. 0, or -1 when the build
-// stopped (its messages still to be gathered by the caller).
-int build_shpc_hba_info_preview(RegistrationPreview &preview);
+// Fills *info for the adapter the busID word names: present in the
+// snapshot, its revision read afresh, its power-management capability, the
+// alternative power-management mark of the first alterpm.conf entry that
+// names it (entries that did not parse take no part). Stores the entry
+// (or null) in word.alterpm_entry and the function in word.found. 0, or -1
+// (reported).
+int build_hba_info(const PciSnap &snap, BusIdWord &word, HbaInfo *info);
 
 // A zero-filled list with count set, its size in bytes stored through size
 // when given; null (reported) when there is no memory.
 HbaInfoList *alloc_hba_info_list(uint32_t count, uint32_t *size);
+
+// A zero-filled controller table holding the controllers discovery found,
+// in their order; null (reported) when there is no memory.
+ShpcInfoTable *alloc_shpc_info_table(uint32_t count);

@@ -37,13 +37,9 @@ constexpr uint8_t SHPC_SLOTS_AVAILABLE_2 = 2;
 constexpr uint8_t SHPC_SLOT_CONFIG = 3;
 constexpr uint8_t SHPC_SEC_BUS_CONFIG = 4;
 
-// Secondary Bus Configuration bits 2:0, the current speed and mode.
+// Secondary Bus Configuration bits 2:0, the current speed and mode (codes
+// 0 to 4, from 33 MHz PCI to 133 MHz PCI-X; shpc_bus_speed names them).
 constexpr uint32_t SHPC_SEC_BUS_SPEED_MASK = 0x7;
-constexpr uint32_t SHPC_SPEED_33_PCI = 0;
-constexpr uint32_t SHPC_SPEED_66_PCI = 1;
-constexpr uint32_t SHPC_SPEED_66_PCIX = 2;
-constexpr uint32_t SHPC_SPEED_100_PCIX = 3;
-constexpr uint32_t SHPC_SPEED_133_PCIX = 4;
 // Slot Configuration bits 12:8, the device number of the first slot.
 constexpr unsigned SHPC_FIRST_DEVICE_SHIFT = 8;
 constexpr uint32_t SHPC_SLOT_COUNT_MASK = 0x1f;  // each 5-bit slot count

@@ -7,6 +7,7 @@
 
 #include "hotplug/pci_access.h"
 #include "hotplug/pci_regs.h"
+#include "lib/unique_dir.h"
 
 namespace {
 
@@ -15,16 +16,6 @@ void set(uint32_t *code, uint32_t value)
     if (code)
         *code = value;
 }
-
-struct DirCloser {
-    void operator()(DIR *d) const
-    {
-        // A failing scan reports the errno of its failure, not of closedir.
-        int saved = errno;
-        closedir(d);
-        errno = saved;
-    }
-};
 
 // The seven header reads, in the order the registers lie; 0 or the code.
 uint32_t read_header(PciFunction &f)
@@ -112,7 +103,7 @@ void pci_function_free(PciFunctionList &owner, PciFunctionList::iterator it)
 
 bool pci_scan(PciSnap &snap, uint32_t *code)
 {
-    std::unique_ptr<DIR, DirCloser> dir(opendir(PCI_DEVICES_DIR));
+    UniqueDir dir(opendir(PCI_DEVICES_DIR));
     if (!dir) {
         set(code, PCI_ERR_OPENDIR);  // bare: nothing was scanned
         return false;

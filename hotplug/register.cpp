@@ -1,18 +1,20 @@
-// The register step: alterpm.conf, the records, the driver.
+// The register step: the plan, stopping at the first problem, then the
+// driver.
 #include "hotplug/register.h"
 
-#include "hotplug/alterpm.h"
 #include "hotplug/driver.h"
-#include "hotplug/hba_info.h"
+#include "hotplug/plan.h"
+#include "table/hba_addr_conf.h"
 
 int register_hba_info()
 {
-    if (parse_d0_conf() != 0)
-        return -1;
     // The blocks stay allocated until the run ends.
-    ShpcInfoTable *table = nullptr;
-    HbaInfoList *list = nullptr;
-    if (build_shpc_hba_info(&table, &list) == -1)
+    RegistrationPlan plan;
+    int planned = plan_registration(hba_addr_table, PlanMode::STOP_AT_FIRST, plan);
+    // The snapshot, with its open configuration file, is done with before
+    // the driver is opened.
+    plan.snap.reset();
+    if (planned == -1)
         return -1;
-    return pass_hba_info_to_driver(table, list);
+    return pass_hba_info_to_driver(plan.table, plan.outside);
 }

@@ -34,18 +34,6 @@ ShpcOwnerFinder::ShpcOwnerFinder(ShpcInfo *controllers, uint32_t count)
     indexed_ = true;
 }
 
-// For a controller already tried: the answer shpc_covers_device gave, from
-// what it stored (a port covers its whole secondary bus).
-bool ShpcOwnerFinder::covers_known(const ShpcInfo &c, uint16_t domain, uint8_t bus,
-                                   uint8_t device) const
-{
-    if (c.domain != domain || c.secondary_bus != bus)
-        return false;
-    if (c.magic == PCIE_PORT_MAGIC)
-        return true;
-    return c.first_device <= device && uint32_t{device} < uint32_t{c.first_device} + c.slot_count;
-}
-
 int ShpcOwnerFinder::find(uint16_t domain, uint8_t bus, uint8_t device, ShpcInfo **owner)
 {
     *owner = nullptr;
@@ -53,7 +41,7 @@ int ShpcOwnerFinder::find(uint16_t domain, uint8_t bus, uint8_t device, ShpcInfo
         uint32_t key = bus_key(domain, bus);
         auto it = std::lower_bound(by_bus_.begin(), by_bus_.end(), std::make_pair(key, 0u));
         for (; it != by_bus_.end() && it->first == key && it->second < tried_; ++it) {
-            if (covers_known(controllers_[it->second], domain, bus, device)) {
+            if (shpc_holds_device(controllers_[it->second], domain, bus, device)) {
                 *owner = &controllers_[it->second];
                 return 0;
             }

@@ -21,8 +21,6 @@ public:
     int find(uint16_t domain, uint8_t bus, uint8_t device, ShpcInfo **owner);
 
 private:
-    bool covers_known(const ShpcInfo &c, uint16_t domain, uint8_t bus, uint8_t device) const;
-
     ShpcInfo *controllers_;
     uint32_t count_;
     uint32_t tried_ = 0;  // controllers 0 .. tried_-1 have been tried

@@ -21,6 +21,8 @@ public:
 
     int get() const { return fd_; }
     explicit operator bool() const { return fd_ >= 0; }
+    // Gives the descriptor up without closing it.
+    int release() { return std::exchange(fd_, -1); }
 
     // Closes the descriptor held (if any) and takes fd. errno is kept: a
     // failure is usually being reported when the descriptor goes.

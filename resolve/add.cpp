@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "cli/report.h"
+#include "core/report.h"
 #include "resolve/multipath.h"
 #include "resolve/real_path.h"
 #include "resolve/scsi.h"
@@ -56,7 +56,7 @@ int parse_hba_addr_conf_add_sub(const char *device_path)
     return get_pci_by_sd(0, device_path, real.get(), -1, 0, 0);
 }
 
-int parse_hba_addr_conf_add(int argc, char **argv)
+int parse_hba_addr_conf_add(int count, char **operands)
 {
     struct stat status;
     multipath_mode = stat(MULTIPATH_SYSFS, &status) == 0 ? MULTIPATH_PRESENT : MULTIPATH_ABSENT;
@@ -68,8 +68,8 @@ int parse_hba_addr_conf_add(int argc, char **argv)
     }
 
     int total = 0;
-    for (int i = optind; i < argc; i++) {
-        const char *operand = argv[i];
+    for (int i = 0; i < count; i++) {
+        const char *operand = operands[i];
         int r = operand[0] == '/' ? parse_hba_addr_conf_add_sub(operand)
                                   : get_pci_by_guess_vds_class(operand);
         if (r != -1)

@@ -2,9 +2,9 @@
 // name) into new entries of the label table.
 #pragma once
 
-// Works on argv[optind..argc-1]; returns the number of entries added (at
-// least 1), or -1 when nothing was added.
-int parse_hba_addr_conf_add(int argc, char **argv);
+// Works on the count operands of the command line, in order; returns the
+// number of entries added (at least 1), or -1 when nothing was added.
+int parse_hba_addr_conf_add(int count, char **operands);
 
 // One device path; returns the number of entries added (0 or more) or -1.
 int parse_hba_addr_conf_add_sub(const char *device_path);

@@ -13,10 +13,11 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "cli/report.h"
+#include "core/report.h"
 #include "resolve/new_entry.h"
 #include "resolve/path_buffer.h"
 #include "resolve/path_name.h"
+#include "lib/unique_dir.h"
 #include "lib/unique_fd.h"
 
 int multipath_mode = MULTIPATH_ABSENT;
@@ -30,11 +31,6 @@ constexpr uint32_t KVPATH_BUSID_LEN = 32;
 constexpr size_t HOST_AREA = 16;
 // Reading the multipath device directory failed part-way.
 constexpr int SITE_LISTING = 1993;
-
-struct DirCloser {
-    void operator()(DIR *dir) const { closedir(dir); }
-};
-using DirHandle = std::unique_ptr<DIR, DirCloser>;
 
 bool is_alnum(char c)
 {
@@ -118,7 +114,7 @@ int get_pci_by_kvpath_sysfs(const char *operand, const char *device_node)
         return -1;
     }
     *slash = '\0';
-    DirHandle dir;
+    UniqueDir dir;
     if (dir_path.format("%s/%s/", MULTIPATH_SYSFS, kvph))
         dir.reset(opendir(dir_path.get()));
     if (!dir) {

@@ -5,8 +5,8 @@
 #include <array>
 #include <cstddef>
 
-#include "cli/options.h"
-#include "cli/report.h"
+#include "core/options.h"
+#include "core/report.h"
 #include "resolve/child_command.h"
 
 namespace {

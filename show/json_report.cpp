@@ -3,7 +3,6 @@
 // sent; the rest say where each record comes from.
 #include <cinttypes>
 
-#include "hotplug/alterpm.h"
 #include "show/report_writers.h"
 
 namespace {
@@ -20,6 +19,19 @@ void write_string(FILE *out, const std::string &s)
             fputc(c, out);
     }
     fputc('"', out);
+}
+
+// The items of a list, each written by write_item, separated by ", " on
+// one line, or one per line (",\n", the first after "\n").
+template <class List, class WriteItem>
+void write_items(FILE *out, const List &list, bool one_per_line, WriteItem write_item)
+{
+    const char *sep = one_per_line ? "\n" : "";
+    for (const auto &item : list) {
+        fputs(sep, out);
+        write_item(item);
+        sep = one_per_line ? ",\n" : ", ";
+    }
 }
 
 void key(FILE *out, const char *name) { fprintf(out, "\"%s\": ", name); }
@@ -45,12 +57,7 @@ void write_number_or_null(FILE *out, long n)
 void write_string_array(FILE *out, const std::vector<std::string> &list)
 {
     fputc('[', out);
-    const char *sep = "";
-    for (const std::string &item : list) {
-        fputs(sep, out);
-        write_string(out, item);
-        sep = ", ";
-    }
+    write_items(out, list, false, [out](const std::string &item) { write_string(out, item); });
     fputc(']', out);
 }
 
@@ -89,25 +96,18 @@ void write_adapter(FILE *out, const AdapterView &a, const char *indent)
         fprintf(out, "null");
     }
     fprintf(out, ", \"duplicates\": [");
-    const char *sep = "";
-    for (const TableLine &d : a.duplicates) {
-        fprintf(out, "%s{", sep);
+    write_items(out, a.duplicates, false, [out](const TableLine &d) {
+        fputc('{', out);
         write_line(out, d);
         fputc('}', out);
-        sep = ", ";
-    }
+    });
     fprintf(out, "]}");
 }
 
 void write_adapters(FILE *out, const std::vector<AdapterView> &list, const char *indent)
 {
     fputc('[', out);
-    const char *sep = "\n";
-    for (const AdapterView &a : list) {
-        fputs(sep, out);
-        write_adapter(out, a, indent);
-        sep = ",\n";
-    }
+    write_items(out, list, true, [out, indent](const AdapterView &a) { write_adapter(out, a, indent); });
     fputc(']', out);
 }
 
@@ -131,21 +131,19 @@ void write_controller(FILE *out, const ControllerView &v)
             c.hba_count);
     fprintf(out, "     \"bus_speed\": ");
     if (c.magic == SHPC_MAGIC)
-        fprintf(out, "\"%s\"", shpc_speed_key(c.sec_bus_config));
+        fprintf(out, "\"%s\"", v.speed ? v.speed->key : "unknown");
     else
         fprintf(out, "null");
     fprintf(out, ", \"slots\": [");
-    const char *sep = "";
-    for (const SlotView &s : v.slots) {
-        fprintf(out, "%s{\"device\": ", sep);
+    write_items(out, v.slots, false, [out](const SlotView &s) {
+        fprintf(out, "{\"device\": ");
         write_number_or_null(out, s.device);
         fprintf(out, ", \"physical_slot\": ");
         write_number_or_null(out, s.physical);
         fprintf(out, ", \"sysfs_slots\": ");
         write_string_array(out, s.sysfs_names);
         fputc('}', out);
-        sep = ", ";
-    }
+    });
     fprintf(out, "],\n     \"adapters\": ");
     write_adapters(out, v.adapters, "      ");
     fputc('}', out);
@@ -154,7 +152,7 @@ void write_controller(FILE *out, const ControllerView &v)
 void write_problem(FILE *out, const ProblemView &v)
 {
     static const char *const stages[] = {"alterpm", "bus", "busid", "placement", "adapter"};
-    const PreviewProblem &p = *v.problem;
+    const PlanProblem &p = *v.problem;
     fprintf(out, "    {\"stage\": \"%s\", \"site\": ", stages[static_cast<int>(p.stage)]);
     if (p.site)
         fprintf(out, "\"%x\"", p.site);
@@ -189,23 +187,17 @@ bool write_json_report(FILE *out, const ShowModel &m)
     if (m.built)
         fprintf(out, "{\"count\": %" PRIu32 ", \"total_size\": %" PRIu32
                      ", \"max_hba_count\": %" PRIu32 "}",
-                m.preview->table->count, m.preview->table->total_size,
-                m.preview->table->max_hba_count);
+                m.plan->table->count, m.plan->table->total_size,
+                m.plan->table->max_hba_count);
     else
         fprintf(out, "null");
     fprintf(out, ",\n  \"controllers\": [");
-    const char *sep = "\n";
-    for (const ControllerView &c : m.controllers) {
-        fputs(sep, out);
-        write_controller(out, c);
-        sep = ",\n";
-    }
+    write_items(out, m.controllers, true, [out](const ControllerView &c) { write_controller(out, c); });
     fprintf(out, "],\n  \"outside\": ");
     write_adapters(out, m.outside, "    ");
     fprintf(out, ",\n  \"duplicates\": [");
-    sep = "\n";
-    for (const DuplicateView &d : m.duplicates) {
-        fprintf(out, "%s    {\"bus_id\": ", sep);
+    write_items(out, m.duplicates, true, [out](const DuplicateView &d) {
+        fprintf(out, "    {\"bus_id\": ");
         write_string(out, d.bus_id);
         fprintf(out, ", ");
         write_line(out, d.line);
@@ -214,15 +206,9 @@ bool write_json_report(FILE *out, const ShowModel &m)
             fprintf(out, "%" PRIu32 "}", d.same_as_line);
         else
             fprintf(out, "null}");
-        sep = ",\n";
-    }
+    });
     fprintf(out, "],\n  \"problems\": [");
-    sep = "\n";
-    for (const ProblemView &p : m.problems) {
-        fputs(sep, out);
-        write_problem(out, p);
-        sep = ",\n";
-    }
+    write_items(out, m.problems, true, [out](const ProblemView &p) { write_problem(out, p); });
     fprintf(out, "]\n}\n");
     return fflush(out) == 0 && !ferror(out);
 }

@@ -10,12 +10,12 @@
 #include <getopt.h>
 #include <unistd.h>
 
-#include "cli/options.h"
-#include "cli/report.h"
-#include "cli/run_lock.h"
-#include "cli/startup.h"
-#include "cli/user_log.h"
-#include "hotplug/preview.h"
+#include "core/options.h"
+#include "core/report.h"
+#include "core/run_lock.h"
+#include "core/startup.h"
+#include "core/user_log.h"
+#include "hotplug/plan.h"
 #include "show/model.h"
 #include "show/report_writers.h"
 #include "table/hba_addr_conf.h"
@@ -153,9 +153,9 @@ int main(int argc, char **argv)
     if (!load_table())
         return EXIT_CANNOT_REPORT;
 
-    RegistrationPreview preview;
-    preview_registration(preview);
-    ShowModel model = make_show_model(preview, g_options.conf_file);
+    RegistrationPlan plan;
+    plan_registration(hba_addr_table, PlanMode::COLLECT_ALL, plan);
+    ShowModel model = make_show_model(plan, g_options.conf_file);
     bool written = output == Output::JSON ? write_json_report(stdout, model)
                                           : write_text_report(stdout, model);
     if (!output_written(written))

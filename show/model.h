@@ -1,4 +1,4 @@
-// What slotag-show reports, put together from a registration preview: the
+// What slotag-show reports, put together from a registration plan: the
 // controllers with their slots and the records of the adapters under them,
 // the records outside, the table lines that get no record, the problems.
 #pragma once
@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "hotplug/preview.h"
+#include "hotplug/plan.h"
 #include "show/physical_slots.h"
 
 // A table line: its label word and where it stands.
@@ -29,7 +29,7 @@ struct AdapterView {
 
 struct ControllerView {
     const ShpcInfo *record;
-    bool speed_known = false;  // SHPC: the bus speed code is one of the five
+    const ShpcBusSpeed *speed = nullptr;  // SHPC: null for an unknown speed code
     unsigned first_device = 0; // SHPC: the slots at the current speed
     unsigned slot_count = 0;
     std::vector<SlotView> slots;
@@ -43,7 +43,7 @@ struct DuplicateView {
 };
 
 struct ProblemView {
-    const PreviewProblem *problem;
+    const PlanProblem *problem;
     const char *file;       // the file the token is from, or null
     bool has_line = false;  // a table or alterpm.conf line
     TableLine line;         // for a busID: its line; for an entry: line and text
@@ -51,7 +51,7 @@ struct ProblemView {
 };
 
 struct ShowModel {
-    const RegistrationPreview *preview;
+    const RegistrationPlan *plan;
     bool built = false;  // records exist (the build did not stop)
     std::vector<ControllerView> controllers;
     std::vector<AdapterView> outside;
@@ -61,8 +61,4 @@ struct ShowModel {
 };
 
 // conf_file names the label table in the problems.
-ShowModel make_show_model(const RegistrationPreview &preview, const char *conf_file);
-
-// The name of an SHPC bus speed code, or null for an unknown one.
-const char *shpc_speed_name(uint32_t sec_bus_config);
-const char *shpc_speed_key(uint32_t sec_bus_config);
+ShowModel make_show_model(const RegistrationPlan &plan, const char *conf_file);

@@ -12,16 +12,13 @@
 #include <unistd.h>
 
 #include "hotplug/pci_regs.h"
+#include "lib/unique_dir.h"
 
 namespace {
 
 constexpr const char *SYSFS_SLOTS = "/sys/bus/pci/slots";
 // "DDDD:BB:DD" and a line end; anything longer is no address.
 constexpr size_t ADDRESS_MAX = 32;
-
-struct DirCloser {
-    void operator()(DIR *d) const { closedir(d); }
-};
 
 // The first line of dir/name/address, or false.
 bool read_address(int dir_fd, const char *name, std::string &text)
@@ -69,7 +66,7 @@ bool parse_address(const std::string &text, SysfsSlot &slot)
 std::vector<SysfsSlot> read_sysfs_slots()
 {
     std::vector<SysfsSlot> slots;
-    std::unique_ptr<DIR, DirCloser> dir(opendir(SYSFS_SLOTS));
+    UniqueDir dir(opendir(SYSFS_SLOTS));
     if (!dir)
         return slots;  // no hot-plug driver has registered a slot
     while (const dirent *e = readdir(dir.get())) {

@@ -7,8 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "hotplug/pci_access.h"
-#include "hotplug/records.h"
+#include "hotplug/plan.h"
 
 // One slot of a controller.
 struct SlotView {

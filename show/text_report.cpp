@@ -3,7 +3,6 @@
 // the summary.
 #include <cinttypes>
 
-#include "hotplug/alterpm.h"
 #include "hotplug/pci_regs.h"
 #include "show/report_writers.h"
 
@@ -58,12 +57,11 @@ void write_controller(FILE *out, uint32_t n, const ControllerView &v)
     const ShpcInfo &c = *v.record;
     fprintf(out, "  %" PRIu32 ". %s ", n, c.bus_id);
     if (c.magic == SHPC_MAGIC) {
-        const char *speed = shpc_speed_name(c.sec_bus_config);
-        if (!v.speed_known) {
+        if (!v.speed) {
             fprintf(out, "SHPC bridge: unknown bus speed (code %" PRIu32 "), bus %02x\n",
                     c.sec_bus_config & SHPC_SEC_BUS_SPEED_MASK, c.secondary_bus);
         } else {
-            fprintf(out, "SHPC bridge: %s, %u %s", speed, v.slot_count,
+            fprintf(out, "SHPC bridge: %s, %u %s", v.speed->name, v.slot_count,
                     plural(v.slot_count, "slot", "slots"));
             if (v.slot_count > 0)
                 fprintf(out, ", devices %02x to %02x", v.first_device,
@@ -85,7 +83,7 @@ void write_controller(FILE *out, uint32_t n, const ControllerView &v)
 
 void write_problem(FILE *out, uint32_t n, const ProblemView &v)
 {
-    const PreviewProblem &p = *v.problem;
+    const PlanProblem &p = *v.problem;
     fprintf(out, "  %" PRIu32 ". ", n);
     if (!v.file)
         fprintf(out, "the PCI bus");

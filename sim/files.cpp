@@ -1,6 +1,6 @@
 #include "files.hpp"
 
-#include "unique_fd.hpp"
+#include "lib/unique_fd.h"
 
 #include <dirent.h>
 #include <fcntl.h>

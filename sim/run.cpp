@@ -5,7 +5,7 @@
 #include "mounts.hpp"
 #include "numbers.hpp"
 #include "state_files.hpp"
-#include "unique_fd.hpp"
+#include "lib/unique_fd.h"
 
 #include <fcntl.h>
 #include <grp.h>

@@ -7,38 +7,10 @@
 #include <string>
 #include <string_view>
 
-#include "cli/report.h"
+#include "core/report.h"
+#include "table/text_fields.h"
 
 namespace {
-
-// Splits like strtok with a set of one separator: separators before a part
-// are skipped, a part ends at the next separator, and no separator ('\0',
-// which the text cannot hold) takes the whole rest. The part is a view into
-// s: nothing is copied per part.
-bool next_part(std::string_view s, size_t &pos, char separator, std::string_view &part)
-{
-    while (pos < s.size() && s[pos] == separator)
-        pos++;
-    if (pos >= s.size())
-        return false;
-    size_t end = pos;
-    while (end < s.size() && s[end] != separator)
-        end++;
-    part = s.substr(pos, end - pos);
-    pos = end < s.size() ? end + 1 : end;
-    return true;
-}
-
-int hex_digit(char c)
-{
-    if (c >= '0' && c <= '9')
-        return c - '0';
-    if (c >= 'a' && c <= 'f')
-        return c - 'a' + 10;
-    if (c >= 'A' && c <= 'F')
-        return c - 'A' + 10;
-    return -1;
-}
 
 void refuse(unsigned code)
 {
@@ -66,25 +38,15 @@ int parse_busid(const char *text, uint32_t limit, uint16_t *domain, uint8_t *bus
     }
 
     static constexpr char separators[4] = {':', ':', '.', '\0'};
-    unsigned long values[4];
+    uint32_t values[4];
     size_t pos = 0;
     for (int i = 0; i < 4; i++) {
         std::string_view part;
         unsigned code = 0;
-        if (!next_part(copy, pos, separators[i], part)) {
+        if (!next_field(copy, pos, separators[i], part))
             code = 0x321;
-        } else {
-            unsigned long v = 0;
-            for (char c : part) {
-                int d = hex_digit(c);
-                if (d < 0) {
-                    code = 0x32a;
-                    break;
-                }
-                v = (v << 4) | static_cast<unsigned>(d);  // keeps the low bits
-            }
-            values[i] = v;
-        }
+        else if (!hex_low_bits(part, &values[i]))  // keeps the low bits
+            code = 0x32a;
         if (code) {
             refuse(code);
             // The whole text, not the part split so far: the administrator

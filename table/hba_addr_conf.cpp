@@ -7,7 +7,7 @@
 #include <new>
 #include <string_view>
 
-#include "cli/report.h"
+#include "core/report.h"
 
 // In static storage, constructed in place (an empty list allocates
 // nothing) and never destroyed.

@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "cli/report.h"
+#include "core/report.h"
 #include "table/hba_addr_conf.h"
 
 namespace {
@@ -29,12 +29,8 @@ bool is_first_word(const LineToken &t) { return t.is_line_start() && t.is_word()
 // The label of a first word, or false when the word has no comma.
 bool label_of(const LineToken &t, std::string_view &label)
 {
-    std::string_view text = t.text;
-    size_t comma = text.find(',');
-    if (comma == std::string_view::npos)
-        return false;
-    label = text.substr(0, comma);
-    return true;
+    label = entry_label(t);
+    return label.size() != t.text.size();
 }
 
 bool alnum_or_slash(unsigned char c)
@@ -76,12 +72,17 @@ bool relabel(LineToken &t, size_t label_len, const char *new_label)
 
 } // namespace
 
+std::string_view entry_label(const LineToken &first_word)
+{
+    std::string_view text = first_word.text;
+    return text.substr(0, text.find(','));
+}
+
 void print_new_label_syntax()
 {
-    fputs("ERROR: invalid character used in NEW-LABEL.\n"
-          "ERROR:   the first character  is   a-z  A-Z  0-9  /\n"
-          "ERROR:   the other characters are  a-z  A-Z  0-9  /  -  _  .  :\n",
-          stderr);
+    print_error("invalid character used in NEW-LABEL.\n");
+    print_error("  the first character  is   a-z  A-Z  0-9  /\n");
+    print_error("  the other characters are  a-z  A-Z  0-9  /  -  _  .  :\n");
 }
 
 int parse_hba_addr_conf_delete(const char *label)

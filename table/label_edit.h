@@ -2,6 +2,14 @@
 // label table so comments, empty lines and order survive.
 #pragma once
 
+#include <string_view>
+
+#include "table/token_list.h"
+
+// The label of an entry's first word: the text before its first comma, the
+// whole word when it has none.
+std::string_view entry_label(const LineToken &first_word);
+
 // Removes every entry labelled `label`; returns how many.
 int parse_hba_addr_conf_delete(const char *label);
 

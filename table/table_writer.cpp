@@ -15,8 +15,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "cli/report.h"
-#include "cli/user_log.h"
+#include "core/report.h"
+#include "core/user_log.h"
 #include "lib/sync_directory.h"
 #include "table/hba_addr_conf.h"
 

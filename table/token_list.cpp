@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "cli/report.h"
+#include "core/report.h"
 
 int token_list_init(void *user)
 {

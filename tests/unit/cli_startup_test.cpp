@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "cli/startup.h"
+#include "core/startup.h"
 
 namespace {
 

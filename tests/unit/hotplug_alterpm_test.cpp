@@ -1,5 +1,5 @@
 // alterpm.conf entries: the accepted forms and their values, the refusals
-// with their sites and the text logged, and the cache on the token.
+// with their sites and the text logged.
 #include <string>
 
 #include <gtest/gtest.h>
@@ -74,18 +74,6 @@ TEST(HotplugAlterPm, RefusedEntries)
     t.size = 12;  // its NUL is the 13th byte
     EXPECT_EQ(parse_d0_entry(t, nullptr, nullptr, nullptr, nullptr), -1);
     EXPECT_EQ(said.log_text(), "ERR: there was a fatal error(bc6).\nERR: length 12 line 3 column 7\n");
-}
-
-TEST(HotplugAlterPm, ASecondCallAnswersFromTheCache)
-{
-    LineToken t = entry("1234:5678:*");
-    EXPECT_EQ(parse_d0_entry(t, nullptr, nullptr, nullptr, nullptr), 0);
-    t.text = "not an entry";  // no longer looked at
-    uint16_t device = 0;
-    uint8_t any = 0;
-    EXPECT_EQ(parse_d0_entry(t, nullptr, &device, nullptr, &any), 0);
-    EXPECT_EQ(device, 0x5678);
-    EXPECT_EQ(any, 1);
 }
 
 } // namespace

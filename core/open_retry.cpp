@@ -1,13 +1,13 @@
 // Retrying open and lock: a device node opened without blocking, or a lock
 // held by another run, may answer EAGAIN for a while.
-#include "cli/open_retry.h"
+#include "core/open_retry.h"
 
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "cli/report.h"
+#include "core/report.h"
 
 namespace {
 

@@ -1,16 +1,14 @@
 // The command line. getopt reports every bad option; the whole line is then
 // refused with the usage, so the administrator sees all mistakes at once.
-#include "cli/options.h"
+#include "cli/command_line.h"
 
-#include <climits>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <unistd.h>
 
-#include "cli/report.h"
-
-CommandOptions g_options;
+#include "core/options.h"
+#include "core/report.h"
 
 namespace {
 
@@ -38,11 +36,10 @@ bool printable(int c) { return c >= 0x20 && c <= 0x7e; }
 
 void usage()
 {
-    fputs("ERROR: usage: slotag -a DEVICE-PATH\n"
-          "ERROR:   or:  slotag -d LABEL\n"
-          "ERROR:   or:  slotag -c OLD-LABEL NEW-LABEL\n"
-          "ERROR:   or:  slotag -l | -r\n",
-          stderr);
+    print_error("usage: slotag -a DEVICE-PATH\n");
+    print_error("  or:  slotag -d LABEL\n");
+    print_error("  or:  slotag -c OLD-LABEL NEW-LABEL\n");
+    print_error("  or:  slotag -l | -r\n");
 }
 
 int check_option_extended()
@@ -93,15 +90,14 @@ int parse_option(int argc, char **argv)
             log_info("specify -t %d\n", o.timeout_sec);
             break;
         case ':':
-            fprintf(stderr, "ERROR: option -%c requires an argument.\n", optopt);
+            print_error("option -%c requires an argument.\n", optopt);
             error = true;
             break;
         default:
             if (printable(optopt))
-                fprintf(stderr, "ERROR: unknown option -%c.\n", optopt);
+                print_error("unknown option -%c.\n", optopt);
             else
-                fprintf(stderr, "ERROR: unknown option character 0x%x.\n",
-                        static_cast<unsigned>(optopt));
+                print_error("unknown option character 0x%x.\n", static_cast<unsigned>(optopt));
             error = true;
             break;
         }
@@ -123,17 +119,4 @@ int parse_option(int argc, char **argv)
     else
         o.out_file = out;
     return 0;
-}
-
-int32_t option_timeout_ms()
-{
-    // A product that does not fit 32 bits is held at the nearest limit
-    // instead of wrapping: a huge -t must not turn into a short or negative
-    // time-out. 0 keeps meaning "no time-out", a negative value "no limit".
-    long long ms = static_cast<long long>(g_options.timeout_sec) * 1000;
-    if (ms > INT32_MAX)
-        return INT32_MAX;
-    if (ms < INT32_MIN)
-        return INT32_MIN;
-    return static_cast<int32_t>(ms);
 }

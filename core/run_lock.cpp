@@ -1,9 +1,9 @@
-#include "cli/run_lock.h"
+#include "core/run_lock.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "cli/open_retry.h"
+#include "core/open_retry.h"
 
 RunLock take_run_lock()
 {

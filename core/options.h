@@ -1,5 +1,5 @@
-// The command line: one mode and, when the environment enables them, the
-// extended options.
+// The options of the run, as the command line set them: one process-wide
+// instance that the subsystems read (the table file, the time-out).
 #pragma once
 
 #include <cstdint>
@@ -20,12 +20,6 @@ extern CommandOptions g_options;
 
 constexpr const char *DEFAULT_CONF_FILE = "/etc/opt/KVTPslotag/hba_addr.conf";
 constexpr int32_t DEFAULT_TIMEOUT_SEC = 120;
-
-// Fills g_options; 0 when the command line is valid, -1 (usage printed) if not.
-int parse_option(int argc, char **argv);
-// 1 when the environment enables the extended options, else 0.
-int check_option_extended();
-void usage();
 
 // timeout_sec as the milliseconds every read and child command is given.
 int32_t option_timeout_ms();

@@ -1,5 +1,5 @@
 // Reserving the standard descriptors, in the manner of gnulib's stdopen.
-#include "cli/startup.h"
+#include "core/startup.h"
 
 #include <cerrno>
 #include <fcntl.h>
