@@ -7,8 +7,8 @@
 #include <cstring>
 #include <unistd.h>
 
-#include "core/options.h"
-#include "core/report.h"
+#include "cli/core/options.h"
+#include "cli/core/report.h"
 
 namespace {
 

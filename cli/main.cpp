@@ -7,11 +7,11 @@
 #include <unistd.h>
 
 #include "cli/command_line.h"
-#include "core/options.h"
-#include "core/report.h"
-#include "core/run_lock.h"
-#include "core/startup.h"
-#include "core/user_log.h"
+#include "cli/core/options.h"
+#include "cli/core/report.h"
+#include "cli/core/run_lock.h"
+#include "cli/core/startup.h"
+#include "cli/core/user_log.h"
 #include "hotplug/register.h"
 #include "resolve/add.h"
 #include "table/hba_addr_conf.h"

@@ -9,8 +9,8 @@
 #include <string>
 #include <string_view>
 
-#include "core/options.h"
-#include "core/report.h"
+#include "cli/core/options.h"
+#include "cli/core/report.h"
 #include "table/line_reader.h"
 #include "table/text_fields.h"
 

@@ -10,7 +10,7 @@
 #include <unordered_map>
 #include <unordered_set>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "table/busid.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <sys/ioctl.h>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "hotplug/driver_memory.h"
 #include "lib/unique_fd.h"
 

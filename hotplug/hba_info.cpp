@@ -5,7 +5,7 @@
 #include <memory>
 #include <new>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "hotplug/alterpm.h"
 #include "hotplug/driver_memory.h"
 #include "hotplug/pci_regs.h"

@@ -1,6 +1,6 @@
 #include "hotplug/pci_report.h"
 
-#include "core/report.h"
+#include "cli/core/report.h"
 
 void log_pci_device(const PciFunction &f, uint32_t code)
 {

@@ -11,7 +11,7 @@
 #include <new>
 #include <optional>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "hotplug/alterpm.h"
 #include "hotplug/driver_memory.h"
 #include "hotplug/hba_info.h"

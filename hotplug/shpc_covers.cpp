@@ -5,7 +5,7 @@
 
 #include <iterator>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "hotplug/pci_regs.h"
 
 namespace {

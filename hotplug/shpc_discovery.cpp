@@ -4,7 +4,7 @@
 #include <cstring>
 #include <new>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "hotplug/pci_regs.h"
 #include "hotplug/pci_report.h"
 #include "hotplug/shpc.h"

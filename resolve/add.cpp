@@ -7,7 +7,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "resolve/multipath.h"
 #include "resolve/real_path.h"
 #include "resolve/scsi.h"

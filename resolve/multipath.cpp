@@ -13,7 +13,7 @@
 #include <string_view>
 #include <unistd.h>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "resolve/new_entry.h"
 #include "resolve/path_buffer.h"
 #include "resolve/path_name.h"

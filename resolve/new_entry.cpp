@@ -4,7 +4,7 @@
 
 #include <cstring>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "table/busid.h"
 #include "table/hba_addr_conf.h"
 #include "table/token_list.h"

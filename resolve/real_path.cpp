@@ -7,7 +7,7 @@
 #include <new>
 #include <unistd.h>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 
 std::unique_ptr<char[]> get_real_path(const char *path, struct stat *status_out)
 {

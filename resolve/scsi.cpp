@@ -7,8 +7,8 @@
 #include <new>
 #include <sys/ioctl.h>
 
-#include "core/open_retry.h"
-#include "core/report.h"
+#include "cli/core/open_retry.h"
+#include "cli/core/report.h"
 #include "lib/low_memory.h"
 #include "resolve/new_entry.h"
 #include "resolve/path_buffer.h"

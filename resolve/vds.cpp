@@ -12,8 +12,8 @@
 #include <string_view>
 #include <sys/stat.h>
 
-#include "core/open_retry.h"
-#include "core/report.h"
+#include "cli/core/open_retry.h"
+#include "cli/core/report.h"
 #include "resolve/multipath.h"
 #include "resolve/path_name.h"
 #include "resolve/real_path.h"

@@ -5,8 +5,8 @@
 #include <array>
 #include <cstddef>
 
-#include "core/options.h"
-#include "core/report.h"
+#include "cli/core/options.h"
+#include "cli/core/report.h"
 #include "resolve/child_command.h"
 
 namespace {

@@ -10,11 +10,11 @@
 #include <getopt.h>
 #include <unistd.h>
 
-#include "core/options.h"
-#include "core/report.h"
-#include "core/run_lock.h"
-#include "core/startup.h"
-#include "core/user_log.h"
+#include "cli/core/options.h"
+#include "cli/core/report.h"
+#include "cli/core/run_lock.h"
+#include "cli/core/startup.h"
+#include "cli/core/user_log.h"
 #include "hotplug/plan.h"
 #include "show/model.h"
 #include "show/report_writers.h"

@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "table/text_fields.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <new>
 #include <string_view>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 
 // In static storage, constructed in place (an empty list allocates
 // nothing) and never destroyed.

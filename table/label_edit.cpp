@@ -8,7 +8,7 @@
 #include <string>
 #include <string_view>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "table/hba_addr_conf.h"
 
 namespace {

@@ -15,8 +15,8 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "core/report.h"
-#include "core/user_log.h"
+#include "cli/core/report.h"
+#include "cli/core/user_log.h"
 #include "lib/sync_directory.h"
 #include "table/hba_addr_conf.h"
 

@@ -5,7 +5,7 @@
 #include <cstring>
 #include <new>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 
 int token_list_init(void *user)
 {

@@ -7,7 +7,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/startup.h"
+#include "cli/core/startup.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <string>
 #include <unistd.h>
 
-#include "core/user_log.h"
+#include "cli/core/user_log.h"
 
 class Said {
 public:

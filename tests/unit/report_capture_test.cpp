@@ -4,7 +4,7 @@
 // it ends, also when captures nest.
 #include <gtest/gtest.h>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 #include "hotplug_capture.h"
 
 TEST(ReportCapture, TakesFailureMessagesAndTheFirstSite)

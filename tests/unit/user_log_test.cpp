@@ -10,7 +10,7 @@
 
 #include <gtest/gtest.h>
 
-#include "core/user_log.h"
+#include "cli/core/user_log.h"
 #include "temp_dir.h"
 
 namespace {

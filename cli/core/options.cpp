@@ -1,5 +1,5 @@
 // The options every subsystem reads.
-#include "core/options.h"
+#include "cli/core/options.h"
 
 #include <climits>
 

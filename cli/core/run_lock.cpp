@@ -1,9 +1,9 @@
-#include "core/run_lock.h"
+#include "cli/core/run_lock.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "core/open_retry.h"
+#include "cli/core/open_retry.h"
 
 RunLock take_run_lock()
 {

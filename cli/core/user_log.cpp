@@ -1,7 +1,7 @@
 // The operation log. Each record is flushed by closing the file after it and
 // the file is opened again by name for the next one, so records of several
 // runs interleave whole and follow a rotation made by anyone.
-#include "core/user_log.h"
+#include "cli/core/user_log.h"
 
 #include <cerrno>
 #include <cstdio>

@@ -1,6 +1,6 @@
 // Reporting: every message is formatted by the caller's printf format; the
 // log twin is written through the process-wide log handle.
-#include "core/report.h"
+#include "cli/core/report.h"
 
 #include <cerrno>
 #include <cstdarg>
@@ -8,7 +8,7 @@
 #include <cstring>
 #include <new>
 
-#include "core/user_log.h"
+#include "cli/core/user_log.h"
 
 namespace {
 

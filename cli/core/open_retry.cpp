@@ -1,13 +1,13 @@
 // Retrying open and lock: a device node opened without blocking, or a lock
 // held by another run, may answer EAGAIN for a while.
-#include "core/open_retry.h"
+#include "cli/core/open_retry.h"
 
 #include <cerrno>
 #include <ctime>
 #include <fcntl.h>
 #include <unistd.h>
 
-#include "core/report.h"
+#include "cli/core/report.h"
 
 namespace {
 

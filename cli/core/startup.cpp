@@ -1,5 +1,5 @@
 // Reserving the standard descriptors, in the manner of gnulib's stdopen.
-#include "core/startup.h"
+#include "cli/core/startup.h"
 
 #include <cerrno>
 #include <fcntl.h>
