@@ -21,7 +21,7 @@ import tempfile
 import time
 
 SRC, BUILD = sys.argv[1], sys.argv[2]
-M32 = sys.argv[3] if len(sys.argv) > 3 else ""
+M32 = os.path.join(sys.argv[3], "slotag") if len(sys.argv) > 3 else ""
 HERE = os.path.join(SRC, "tests", "vm")
 sys.path.insert(0, os.path.join(SRC, "tests", "show"))
 from compare_records import compare  # noqa: E402
@@ -137,7 +137,7 @@ def make_image(work, kdir):
     for tool in ("slotag", "slotag-show"):
         copy_with_libs(root, root + os.readlink(root + "/usr/sbin/" + tool))
     if M32:
-        copy_with_libs(root, os.path.join(M32, "slotag"), "/usr/sbin/slotag32")
+        copy_with_libs(root, M32, "/usr/sbin/slotag32")
     names = []
     for f in module_closure(kdir, MODULES):
         shutil.copy(f, root + "/modules/")
@@ -174,11 +174,12 @@ class Qmp:
                 raise BedFailure(f"QMP {name}: {reply['error']['desc']}")
 
 
-def start(work, cmd, accel):
+def start(here, cmd, accel):
     """QEMU with that accelerator, or None when KVM shows nothing: a /dev/kvm
     that opens may still not run a guest (seen in nested sandboxes)."""
-    console = os.path.join(work, "console")
-    print(f"vm: booting Debian's kernel under QEMU ({accel})", flush=True)
+    console = os.path.join(here, "console")
+    print(f"vm: booting Debian's kernel under QEMU ({accel}, {os.path.basename(here)} hot-plug)",
+          flush=True)
     qemu = subprocess.Popen(cmd + ["-accel", accel],
                             stderr=subprocess.DEVNULL if accel == "kvm" else None)
     if accel == "kvm":
@@ -193,41 +194,47 @@ def start(work, cmd, accel):
     return qemu
 
 
-def boot(work, kdir):
+# The two ways the guest's hot-plug drivers meet the slots: q35's ACPI
+# hot-plug (the default), and native SHPC and PCI Express hot-plug.
+MODES = [("acpi", []), ("native", ["-global", "ICH9-LPC.acpi-pci-hotplug-with-bridge-support=off"])]
+
+
+def boot(work, kdir, mode, accel):
+    """Runs the guest; returns the directory of its files and the
+    accelerator that worked."""
+    name, extra = mode
+    here = os.path.join(work, name)
+    os.makedirs(here)
     for d in ("d1", "d2"):
-        with open(os.path.join(work, d + ".img"), "wb") as f:
+        with open(os.path.join(here, d + ".img"), "wb") as f:
             f.truncate(1 << 20)
-    results = os.path.join(work, "results")
+    results = os.path.join(here, "results")
     cmd = ["qemu-system-x86_64", "-M", "q35", "-m", "512", "-smp", "1",
            "-display", "none", "-no-reboot", "-nodefaults",
            "-kernel", os.path.join(kdir, "root/boot/vmlinuz-" + os.path.basename(kdir)),
            "-initrd", os.path.join(work, "initrd"),
            "-append", "console=ttyS0 panic=-1 loglevel=4",
-           "-serial", "file:" + os.path.join(work, "console"), "-serial", "file:" + results,
-           "-qmp", "unix:" + os.path.join(work, "qmp") + ",server=on,wait=off"]
+           "-serial", "file:" + os.path.join(here, "console"), "-serial", "file:" + results,
+           "-qmp", "unix:" + os.path.join(here, "qmp") + ",server=on,wait=off"] + extra
     for d in ("d1", "d2"):
-        cmd += ["-drive", f"if=none,id={d},format=raw,file={work}/{d}.img"]
+        cmd += ["-drive", f"if=none,id={d},format=raw,file={here}/{d}.img"]
     for dev in TOPOLOGY:
         cmd += ["-device", dev]
-    qemu = None
-    try:
-        os.close(os.open("/dev/kvm", os.O_RDWR))
-        qemu = start(work, cmd, "kvm")
-    except OSError:
-        pass
-    qemu = qemu or start(work, cmd, "tcg")
-    qmp = Qmp(os.path.join(work, "qmp"))
+    qemu = start(here, cmd, accel) if accel == "kvm" else None
+    accel = "kvm" if qemu else "tcg"
+    qemu = qemu or start(here, cmd, "tcg")
+    qmp = Qmp(os.path.join(here, "qmp"))
     seen, deadline = 0, time.time() + 300
     try:
         while True:
             if time.time() > deadline:
-                raise BedFailure("no result from the guest within 300 s")
+                raise BedFailure(f"{name}: no result from the guest within 300 s")
             text = open(results, errors="replace").read() if os.path.exists(results) else ""
             lines = text.splitlines(keepends=True)
             for line in [l for l in lines[seen:] if l.endswith("\n")]:
                 seen += 1
                 if line.startswith("@@ bed "):
-                    raise BedFailure("guest: " + line[7:].strip())
+                    raise BedFailure(f"{name}: guest: " + line[7:].strip())
                 if line.startswith("@@ hotplug-add"):
                     for ident, driver, args in HOTPLUG:
                         qmp.cmd("device_add", driver=driver, id=ident, **args)
@@ -235,11 +242,11 @@ def boot(work, kdir):
                     qmp.cmd("device_del", id=REMOVE)
                 if line.startswith("@@ end"):
                     body = text.split("@@ archive\n", 1)[1].split("@@ end", 1)[0]
-                    out = os.path.join(work, "out")
+                    out = os.path.join(here, "out")
                     tarfile.open(fileobj=io.BytesIO(base64.b64decode(body))).extractall(out)
-                    return out
+                    return out, accel
             if qemu.poll() is not None:
-                raise BedFailure(f"QEMU ended ({qemu.returncode}) before the guest's results")
+                raise BedFailure(f"{name}: QEMU ended ({qemu.returncode}) before the guest's results")
             time.sleep(0.2)
     finally:
         try:
@@ -366,14 +373,27 @@ def judge(out, sim):
 
 def main():
     kdir = sh("bash", os.path.join(HERE, "kernel.sh")).strip()
+    global M32
+    if M32 and not os.path.exists(M32):
+        print(f"vm: no 32-bit tool at {M32}: its case is left out")
+        M32 = ""
     work = tempfile.mkdtemp(prefix="slotag-vm-")
     start = time.time()
     try:
         make_image(work, kdir)
-        out = boot(work, kdir)
-        results = judge(out, os.path.join(BUILD, "sim", "slotag-sim"))
+        accel = "tcg"
+        try:
+            os.close(os.open("/dev/kvm", os.O_RDWR))
+            accel = "kvm"
+        except OSError:
+            pass
+        results = []
+        for mode in MODES:
+            out, accel = boot(work, kdir, mode, accel)
+            results += [(f"{mode[0]}/{name}", diffs) for name, diffs in
+                        judge(out, os.path.join(BUILD, "sim", "slotag-sim"))]
     except BedFailure as e:
-        print(f"vm: BED FAILURE: {e} (kernel messages: {work}/console)")
+        print(f"vm: BED FAILURE: {e} (kernel messages: {work}/*/console)")
         sys.exit(2)
     failed = 0
     for name, diffs in results:

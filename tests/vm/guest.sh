@@ -91,6 +91,10 @@ say hotplug-add
 i=0
 while [ "$(ls /sys/bus/pci/devices | wc -l)" -lt "$(( $(wc -l <$O/before) + 2 ))" ]; do
     i=$((i + 1)); [ $i -gt 600 ] && bail "hot-added adapters did not appear"; sleep 0.1
+    # an SHPC slot is powered by the administrator (QEMU presses no button)
+    for s in /sys/bus/pci/slots/*; do
+        [ "$(cat "$s/adapter")" = 1 ] && [ "$(cat "$s/power")" = 0 ] && echo 1 >"$s/power"
+    done 2>/dev/null
 done
 facts hotplug
 for n in $(ls /sys/bus/pci/devices | grep -vxF -f $O/before); do
