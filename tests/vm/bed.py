@@ -83,17 +83,26 @@ def module_closure(kdir, names):
 
 
 def copy_with_libs(root, program, dest=None):
-    """program (into dest, when given) and the libraries it loads."""
+    """program (into dest, when given), its loader and the libraries it
+    needs, found from its ELF headers: ldd would have to run it, which a host
+    that cannot execute 32-bit programs cannot."""
     if dest:
         os.makedirs(os.path.dirname(root + dest), exist_ok=True)
         shutil.copy(program, root + dest)
-    # a static program has no libraries (ldd says so and fails)
-    ldd = subprocess.run(["ldd", program], stdout=subprocess.PIPE, text=True).stdout
-    for line in ldd.splitlines():
-        m = re.search(r"(/\S+) \(0x", line)
-        if m and not os.path.exists(root + m.group(1)):
-            os.makedirs(os.path.dirname(root + m.group(1)), exist_ok=True)
-            shutil.copy(m.group(1), root + m.group(1))
+    wide = open(program, "rb").read(5)[4] == 2
+    dirs = (["/lib/x86_64-linux-gnu", "/usr/lib/x86_64-linux-gnu"] if wide else
+            ["/lib32", "/usr/lib32"])
+    heads = sh("readelf", "-dlW", program)
+    wanted = re.findall(r"interpreter: (\S+)\]", heads)
+    for lib in re.findall(r"\(NEEDED\)\s+Shared library: \[(\S+)\]", heads):
+        found = next((os.path.join(d, lib) for d in dirs if os.path.exists(os.path.join(d, lib))))
+        if not os.path.exists(root + found):
+            wanted.append(found)
+    for f in wanted:
+        if not os.path.exists(root + f):
+            os.makedirs(os.path.dirname(root + f), exist_ok=True)
+            shutil.copy(f, root + f)
+            copy_with_libs(root, f)
 
 
 def cpio(root, out):
