@@ -8,6 +8,7 @@ not come up as designed (no boot, topology not as built).
 
 bed.py SOURCE BUILD [M32-BUILD]"""
 import base64
+import difflib
 import io
 import json
 import os
@@ -309,7 +310,7 @@ def judge(out, sim):
     def added(c, part=""):
         node = re.search(r"-a (/dev/(sd[a-z]+))", read_cmd(c)).groups()
         line = f"{node[0]}{part},{node[0]} {boot.adapter_of_disk(node[1])}"
-        return [status(c, 0), accepted(c), registered(c, boot),
+        return [status(c, 0), accepted(c), *registered(c, boot),
                 None if c.table.splitlines()[-1] == line else f"last line not {line!r}"]
 
     def logged(c, text):
@@ -336,7 +337,9 @@ def judge(out, sim):
          registered(c, boot, load_json(os.path.join(out, "cases", "show.json"))))
     if M32:
         case("register32", lambda c: [status(c, 0), None if c.dump == cases["register"].dump
-                                      else "32-bit build sent other bytes:\n" + c.dump])
+                                      else "32-bit build sent other bytes:\n" + "\n".join(
+                                          difflib.unified_diff(cases["register"].dump.splitlines(),
+                                                               c.dump.splitlines(), lineterm="")))])
 
     def rejected_shpc(c):
         # the same table as the accepted registration, so the same records
