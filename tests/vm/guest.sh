@@ -63,13 +63,16 @@ run() {
     rec
 }
 disk_of() { awk -v f="$1" '$2 ~ "/"f"/" { print $1; exit }' $O/pci/boot/disks; }
-first_pm=$(echo $pm_funcs | cut -d' ' -f1)
-second_pm=$(echo $pm_funcs | cut -d' ' -f2)
 virtio=$(awk '$2 ~ /virtio/ { print $1; exit }' $O/pci/boot/disks)
-lsi=$(awk '$2 !~ /virtio/ && $2 !~ /'"$first_pm"'|'"$second_pm"'/ { print $1; exit }' $O/pci/boot/disks)
+lsi=$(awk -v pm="$pm_funcs" '$2 !~ /virtio/ { split($2, p, "/"); for (i in p) if (index(pm, p[i])) next;
+    print $1; exit }' $O/pci/boot/disks)
 
-run add_disk slotag -a "/dev/$(disk_of "$first_pm")"
-run add_partition slotag -a "/dev/$(disk_of "$second_pm")1"
+# each adapter with power management by its disk, the second by a partition
+n=0
+for f in $pm_funcs; do
+    n=$((n + 1)); part=; [ $n = 2 ] && part=1
+    run add_$n slotag -a "/dev/$(disk_of "$f")$part"
+done
 run add_virtio slotag -a "/dev/$virtio"
 run add_no_pm slotag -a "/dev/$lsi"
 run list slotag -l
