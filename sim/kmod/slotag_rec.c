@@ -50,18 +50,20 @@ struct record {
 };
 static LIST_HEAD(records);
 
-static void keep(const char *name, void *data, size_t size)
+/* Takes data over; false (data freed) when it cannot be kept. */
+static bool keep(const char *name, void *data, size_t size)
 {
 	struct record *r = kzalloc(sizeof(*r), GFP_KERNEL);
 
 	if (!r) {
 		kvfree(data);
-		return;
+		return false;
 	}
 	r->blob.data = data;
 	r->blob.size = size;
 	list_add(&r->link, &records);
 	debugfs_create_blob(name, 0444, dir, &r->blob);
+	return true;
 }
 
 static void __user *user_address(u32 address)
@@ -90,7 +92,8 @@ static int copy_block(void __user *from, size_t header, size_t record, const cha
 		kvfree(bytes);
 		return -EFAULT;
 	}
-	keep(name, bytes, size);
+	if (!keep(name, bytes, size))
+		return -ENOMEM;
 	*out = bytes;
 	return 0;
 }
