@@ -15,6 +15,7 @@ import sys
 import tempfile
 import time
 
+sys.dont_write_bytecode = True  # no __pycache__ in the source tree
 SRC, BUILD = sys.argv[1], sys.argv[2]
 M32 = os.path.join(sys.argv[3], "slotag") if len(sys.argv) > 3 else ""
 HERE = os.path.join(SRC, "tests", "vm")
