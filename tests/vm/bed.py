@@ -41,8 +41,11 @@ def judge(out, sim):
         if not os.path.isdir(os.path.join(out, "cases", name)):
             results.append((name, ["the guest did not run it"]))
             return
-        c = cases[name] = Case(out, name, sim)
-        diffs = check(c)
+        try:
+            c = cases[name] = Case(out, name, sim)
+            diffs = check(c)
+        except (Exception, SystemExit) as e:  # output the judge cannot read is a failure too
+            diffs = [f"cannot judge: {type(e).__name__}: {e}"]
         results.append((name, [d for d in diffs if d]))
 
     def status(c, rc):
@@ -145,6 +148,7 @@ def judge(out, sim):
                                         None if len(gone) == 1 and f"device {gone[0]} is does not "
                                         "exist." in c.log else f"log: {gone} {c.log[-300:]}"])
     return results
+
 
 def main():
     kdir = sh("bash", os.path.join(SRC, "sim", "vm", "kernel.sh")).strip()
