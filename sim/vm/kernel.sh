@@ -11,8 +11,13 @@ abi=${image#linux-image-}
 dir=$cache/$abi
 if [ ! -e "$dir/ok" ]; then
     rm -rf "$dir"; mkdir -p "$dir/debs"
-    (cd "$dir/debs" && apt-get download -qq "$image" "linux-headers-$abi" \
-        "linux-headers-${abi%-amd64}-common" linux-kbuild-6.1 >&2)
+    fetch() {
+        (cd "$dir/debs" && apt-get download -qq "$image" "linux-headers-$abi" \
+            "linux-headers-${abi%-amd64}-common" linux-kbuild-6.1 >&2)
+    }
+    # package lists older than the archive name files it no longer has
+    fetch || { [ -z "${KERNEL_SH_UPDATED:-}" ] && apt-get update -qq >&2 &&
+               KERNEL_SH_UPDATED=1 exec bash "$0"; exit 1; }
     for deb in "$dir"/debs/*.deb; do dpkg-deb -x "$deb" "$dir/root"; done
     rm -rf "$dir/debs"
     # the headers include their common half by its installed path
