@@ -102,6 +102,7 @@ def judge(out, sim):
         return [status(c, 0), *["32-bit build sent other bytes: " + d for d in list(diff)[2:]]]
     if M32:
         case("register32", same_bytes)
+        case("add32", added)
 
     def rejected_shpc(c):
         # the same table as the accepted registration, so the same records

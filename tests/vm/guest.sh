@@ -78,7 +78,11 @@ run add_no_pm slotag -a "/dev/$lsi"
 run list slotag -l
 slotag-show --json >$O/cases/show.json 2>&1
 run register slotag -r
-[ -x /usr/sbin/slotag32 ] && run register32 slotag32 -r
+if [ -x /usr/sbin/slotag32 ]; then
+    run register32 slotag32 -r
+    # the 32-bit SCSI request goes through the kernel's compat path
+    run add32 slotag32 -a "/dev/$(disk_of "$f")1"
+fi
 rec reject=set_hba reject_errno=5 err_num=1
 run reject_hba slotag -r
 rec reject=set_shpc reject_errno=22 err_num=1 device_err_num=1
