@@ -11,6 +11,7 @@ import difflib
 import os
 import re
 import shutil
+import subprocess
 import sys
 import tempfile
 import time
@@ -152,7 +153,6 @@ def judge(out, sim):
 
 
 def main():
-    kdir = sh("bash", os.path.join(SRC, "sim", "vm", "kernel.sh")).strip()
     global M32
     if M32 and not os.path.exists(M32):
         print(f"vm: no 32-bit tool at {M32}: its case is left out")
@@ -160,6 +160,7 @@ def main():
     work = tempfile.mkdtemp(prefix="slotag-vm-")
     start = time.time()
     try:
+        kdir = sh("bash", os.path.join(SRC, "sim", "vm", "kernel.sh")).strip()
         make_image(work, kdir, SRC, BUILD, M32, os.path.join(HERE, "guest.sh"))
         accel = "tcg"
         try:
@@ -172,7 +173,7 @@ def main():
             out, accel = boot(work, kdir, mode, accel)
             results += [(f"{mode[0]}/{name}", diffs) for name, diffs in
                         judge(out, os.path.join(BUILD, "sim", "slotag-sim"))]
-    except BedFailure as e:
+    except (BedFailure, subprocess.CalledProcessError) as e:
         print(f"vm: BED FAILURE: {e} (kernel messages: {work}/*/console)")
         sys.exit(2)
     failed = 0
