@@ -17,7 +17,7 @@ build() {  # build DIR CMAKE-ARGS...
 }
 
 build build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_COMPILE_WARNING_AS_ERROR=ON
-ctest --test-dir build --output-on-failure -j"$jobs"
+ctest --test-dir build --output-on-failure -j"$jobs" -E '^vm/'
 # the figures of the reliability tests
 grep -h -E '^(kill points tried|I/O errors injected|concurrent runs|injected failures tried):' build/Testing/Temporary/LastTest.log
 
@@ -36,6 +36,10 @@ rm -f "$probe"
 build build-m32 -DSLOTAG_M32=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DSLOTAG_TEST_SIM="$PWD/build/sim/slotag-sim" -DSLOTAG_TEST_EMULATOR="$emulator"
 ctest --test-dir build-m32 --output-on-failure -j"$jobs"
+
+# The VM bed boots Debian's kernel with the native and the 32-bit tool in it.
+ctest --test-dir build -R '^vm/' --output-on-failure
+grep -h '^vm: ' build/Testing/Temporary/LastTest.log
 
 # The clang build also builds the fuzz targets (sanitizers and coverage
 # throughout) and runs each for a bounded time on its seed corpus.

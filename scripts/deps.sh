@@ -13,6 +13,8 @@ packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev
 packages+=(strace libclang-rt-14-dev libfuzzer-14-dev)
 # man page lint (mandoc) and rendering (man -l), the completion's test
 packages+=(mandoc man-db bash-completion)
+# the VM bed: QEMU and the guest's busybox (its kernel: sim/vm/kernel.sh)
+packages+=(qemu-system-x86 busybox-static)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
@@ -25,3 +27,5 @@ if [ ${#missing[@]} -gt 0 ]; then
     apt-get update -qq
     apt-get install -y -qq --no-install-recommends "${missing[@]}"
 fi
+# Debian's kernel and headers for the VM bed, into a cache outside the clone
+bash "$(dirname "$0")/../sim/vm/kernel.sh" >/dev/null

@@ -2,6 +2,7 @@
 
 #include "arguments.hpp"
 #include "capabilities.hpp"
+#include "kernfs_order.hpp"
 #include "storage_topology.hpp"
 
 #include <algorithm>
@@ -71,7 +72,9 @@ public:
                                          e.what());
             }
         }
-        if (order_)
+        if (order_ && *order_ == std::vector<std::string>{"kernfs"})
+            sort_kernfs(topology_.listing);
+        else if (order_)
             topology_.listing = *order_;
         return std::move(topology_);
     }

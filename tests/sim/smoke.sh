@@ -89,6 +89,14 @@ check "listing order" "$(printf '%s\n' . .. 0000:00:1e.0 0000:07:01.0 0000:00:1c
 printf '0000:00:1c.0\n0000:00:1e.0\n' >"$root/state/pci-order"
 check "listing order from the state file" "$(printf '%s\n' . .. 0000:00:1c.0 0000:00:1e.0 0000:07:01.0 aa-extra not-a-function zz-extra)" \
     "$(probe list /sys/bus/pci/devices 2>/dev/null)"
+# the order Debian's 6.1 kernel listed these functions in (QEMU q35)
+listed="0000:03:00.0 0000:00:1f.2 0000:05:02.0 0000:00:1f.0 0000:00:10.0 0000:02:00.0 0000:01:00.0
+0000:05:01.0 0000:00:1f.3 0000:00:00.0 0000:00:12.0 0000:00:11.0 0000:02:01.0"
+saved=$root
+build kernfs < <(printf 'function %s\n' $(printf '%s\n' $listed | sort); echo 'order kernfs')
+check "listing in the kernel's order" "$(printf '%s\n' . .. $listed)" \
+    "$(probe list /sys/bus/pci/devices 2>/dev/null)"
+root=$saved
 check "other directories keep the file system's order" "$(ls -f "$root/sys/bus/pci/devices/0000:07:01.0/")" \
     "$(probe list /sys/bus/pci/devices/0000:07:01.0 2>/dev/null)"
 
