@@ -32,7 +32,7 @@ int shpc_covers_device(ShpcInfo &shpc, uint16_t domain, uint8_t bus, uint8_t dev
     default:
         report_fatal(SITE_UNKNOWN_SPEED);
         log_err("SHPC %s unknown Secondary Bus Configuration Register 0x%x\n", shpc.bus_id,
-                shpc.sec_bus_config);
+                shpc.sec_bus_config.get());
         return -1;
     }
     uint32_t first = slot_count_field(shpc.slot_config, SHPC_FIRST_DEVICE_SHIFT);
