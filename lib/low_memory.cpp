@@ -29,7 +29,7 @@ uint64_t page_size()
     return page > 0 ? static_cast<uint64_t>(page) : 4096;
 }
 
-bool lies_below_4gib(const void *p, size_t size)
+[[maybe_unused]] bool lies_below_4gib(const void *p, size_t size)
 {
     return reinterpret_cast<uintptr_t>(p) + uint64_t{size} <= FOUR_GIB;
 }
