@@ -100,8 +100,11 @@ int parse_option(int argc, char **argv)
             if (printable(optopt))
                 fprintf(stderr, "ERROR: unknown option -%c.\n", optopt);
             else
+                // getopt stores the byte through the platform's char: signed
+                // on x86, unsigned on arm64, ppc64el and s390x. The code
+                // shown is the signed one everywhere (0xffffffe9 for 0xe9).
                 fprintf(stderr, "ERROR: unknown option character 0x%x.\n",
-                        static_cast<unsigned>(optopt));
+                        static_cast<unsigned>(static_cast<signed char>(optopt)));
             error = true;
             break;
         }
