@@ -1,9 +1,9 @@
 #!/bin/bash
 # Builds and tests everything: the hardened native build (unit and scenario
 # tests), the same under AddressSanitizer and UndefinedBehaviorSanitizer, the
-# 32-bit build (scenario tests: it must hand the driver the same bytes), and
-# a warnings-as-errors build with clang++ that also fuzzes. Run as root on
-# Debian 12.
+# 32-bit build (scenario tests: it must hand the driver the same bytes), an
+# s390x cross build (the same, under emulation), and a warnings-as-errors
+# build with clang++ that also fuzzes. Run as root on Debian 12.
 set -euo pipefail
 cd "$(dirname "$0")"
 bash scripts/deps.sh
@@ -36,6 +36,10 @@ rm -f "$probe"
 build build-m32 -DSLOTAG_M32=ON -DCMAKE_BUILD_TYPE=RelWithDebInfo \
     -DSLOTAG_TEST_SIM="$PWD/build/sim/slotag-sim" -DSLOTAG_TEST_EMULATOR="$emulator"
 ctest --test-dir build-m32 --output-on-failure -j"$jobs"
+
+# s390x, big-endian and without MAP_32BIT, under qemu-user: the unit and
+# scenario tests, and its driver requests against the native build's.
+bash scripts/cross.sh s390x build
 
 # The clang build also builds the fuzz targets (sanitizers and coverage
 # throughout) and runs each for a bounded time on its seed corpus.
