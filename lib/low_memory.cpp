@@ -13,10 +13,8 @@
 namespace {
 
 constexpr uint64_t FOUR_GIB = uint64_t{1} << 32;
-// The search starts above the lowest 256 MiB, where a program not built as
-// PIE and its heap usually lie, and steps over a taken candidate by 16 MiB
-// so that a large mapping in the way costs few attempts.
-constexpr uint64_t FIRST_CANDIDATE = uint64_t{256} << 20;
+// The search steps over a taken candidate by 16 MiB, so that a large
+// mapping in the way costs few attempts.
 constexpr uint64_t STEP_OVER_TAKEN = uint64_t{16} << 20;
 
 constexpr int PLAIN_FLAGS = MAP_PRIVATE | MAP_ANONYMOUS;
@@ -51,7 +49,9 @@ void *map_low(size_t size)
         errno = ENOMEM;
         return nullptr;
 #else
-        static uint64_t cursor = FIRST_CANDIDATE;
+        // Above the lowest 256 MiB, where a program not built as PIE and
+        // its heap usually lie.
+        static uint64_t cursor = uint64_t{256} << 20;
         return map_below_4gib(size, &cursor);
 #endif
     }
