@@ -1,9 +1,9 @@
 #!/bin/bash
 # Builds and tests everything: the hardened native build (unit and scenario
 # tests), the same under AddressSanitizer and UndefinedBehaviorSanitizer, the
-# 32-bit build (scenario tests: it must hand the driver the same bytes), and
-# a warnings-as-errors build with clang++ that also fuzzes. Run as root on
-# Debian 12.
+# 32-bit build (scenario tests: it must hand the driver the same bytes), an
+# s390x cross build (the same, under emulation), and a warnings-as-errors
+# build with clang++ that also fuzzes. Run as root on Debian 12.
 set -euo pipefail
 cd "$(dirname "$0")"
 bash scripts/deps.sh
@@ -40,6 +40,10 @@ ctest --test-dir build-m32 --output-on-failure -j"$jobs"
 # The VM bed boots Debian's kernel with the native and the 32-bit tool in it.
 ctest --test-dir build -R '^vm/' --output-on-failure
 grep -h '^vm: ' build/Testing/Temporary/LastTest.log
+
+# s390x, big-endian and without MAP_32BIT, under qemu-user: the unit and
+# scenario tests, and its driver requests against the native build's.
+bash scripts/cross.sh s390x build
 
 # The clang build also builds the fuzz targets (sanitizers and coverage
 # throughout) and runs each for a bounded time on its seed corpus.

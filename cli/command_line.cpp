@@ -97,7 +97,11 @@ int parse_option(int argc, char **argv)
             if (printable(optopt))
                 print_error("unknown option -%c.\n", optopt);
             else
-                print_error("unknown option character 0x%x.\n", static_cast<unsigned>(optopt));
+                // getopt stores the byte through the platform's char: signed
+                // on x86, unsigned on arm64, ppc64el and s390x. The code
+                // shown is the signed one everywhere (0xffffffe9 for 0xe9).
+                print_error("unknown option character 0x%x.\n",
+                            static_cast<unsigned>(static_cast<signed char>(optopt)));
             error = true;
             break;
         }

@@ -2,7 +2,12 @@
 # built as PIE with full RELRO, the fortified libc and the stack protector.
 add_compile_options(-Wall -Wextra -Wformat=2 -Wshadow -Wcast-align
                     -Wno-missing-field-initializers)
-add_compile_options(-fstack-protector-strong -fstack-clash-protection)
+add_compile_options(-fstack-protector-strong)
+# clang 14 has no stack clash protection for arm64 (and says so as an unused
+# argument).
+if(NOT (CMAKE_CXX_COMPILER_ID STREQUAL "Clang" AND CMAKE_SYSTEM_PROCESSOR STREQUAL "aarch64"))
+  add_compile_options(-fstack-clash-protection)
+endif()
 set(CMAKE_POSITION_INDEPENDENT_CODE ON)
 include(CheckPIESupported)
 check_pie_supported()

@@ -19,17 +19,17 @@ constexpr unsigned SITE_SET_SHPC = 3699;
 
 void log_record(const HbaInfo &h)
 {
-    log_err("%x %x %04x:%02x:%02x.%x(%x) %x\n", h.magic, h.alt_pm, h.domain, h.bus, h.device,
-            h.function, h.revision, h.pm_cap);
+    log_err("%x %x %04x:%02x:%02x.%x(%x) %x\n", h.magic.get(), h.alt_pm.get(), h.domain.get(),
+            h.bus, h.device, h.function, h.revision, h.pm_cap);
 }
 
 void log_record(const ShpcInfo &s)
 {
-    log_err("%x %x %04x:%02x:%02x.%x(%x) %x\n", s.magic, s.reserved0, s.domain, s.bus, s.device,
-            s.function, s.revision, s.reserved1);
-    log_err("%x %x %x %x %x %x %x %x %x %llx\n", s.class_code, s.secondary_bus, s.cap_offset,
-            s.first_device, s.slot_count, s.slots_available_1, s.slots_available_2,
-            s.slot_config, s.sec_bus_config,
+    log_err("%x %x %04x:%02x:%02x.%x(%x) %x\n", s.magic.get(), s.reserved0.get(),
+            s.domain.get(), s.bus, s.device, s.function, s.revision, s.reserved1);
+    log_err("%x %x %x %x %x %x %x %x %x %llx\n", s.class_code.get(), s.secondary_bus,
+            s.cap_offset, s.first_device, s.slot_count, s.slots_available_1.get(),
+            s.slots_available_2.get(), s.slot_config.get(), s.sec_bus_config.get(),
             static_cast<unsigned long long>(shpc_reserved64(s)));
 }
 
@@ -52,14 +52,15 @@ int pass_hba_info_to_driver(ShpcInfoTable *table, HbaInfoList *list)
     // the requests carry.
     if (ioctl(driver.get(), SLOTAG_IOC_SET_HBA, list) == -1) {
         report_io_error(SLOTAG_DEVICE, errno, SITE_SET_HBA);
-        log_err("err_num %d\n", list->err_num);
+        log_err("err_num %d\n", list->err_num.get());
         if (names_record(list->err_num, list->count))
             log_record(hba_info_records(list)[list->err_num - 1]);
         return -1;
     }
     if (ioctl(driver.get(), SLOTAG_IOC_SET_SHPC, table) == -1) {
         report_io_error(SLOTAG_DEVICE, errno, SITE_SET_SHPC);
-        log_err("err_num %d device_err_num %d\n", table->err_num, table->device_err_num);
+        log_err("err_num %d device_err_num %d\n", table->err_num.get(),
+                table->device_err_num.get());
         if (names_record(table->err_num, table->count)) {
             const ShpcInfo &shpc = shpc_info_records(table)[table->err_num - 1];
             log_record(shpc);

@@ -1,5 +1,5 @@
 // A 32-bit build has only addresses below 4 GiB; a 64-bit build gets them
-// from LowMemory (mmap with MAP_32BIT), since a truncated heap address would
+// from LowMemory (mmap below 4 GiB), since a truncated heap address would
 // hand the driver some unrelated memory. The areas are owned here and
 // unmapped when the process ends.
 #include "hotplug/driver_memory.h"

@@ -224,7 +224,7 @@ private:
             if (w.outcome != Outcome::PLACED)
                 continue;
             ShpcInfo *owner = w.controller < 0 ? nullptr : &controllers[w.controller];
-            w.index = owner ? owner->hba_count : k;
+            w.index = owner ? owner->hba_count.get() : k;
             HbaInfo *record = &hba_info_records(owner ? controller_list(*owner) : outside)[w.index];
             if (!built_.empty()) {
                 *record = built_[i];

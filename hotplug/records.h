@@ -3,16 +3,15 @@
 // 32-bit addresses (hba_list). The 64-bit reserved field of ShpcInfo lies
 // at offset 60, which an 8-aligned uint64_t could not; it is kept as two
 // 32-bit words so that the 32-bit and the 64-bit build lay out identical
-// bytes without a packed attribute.
+// bytes without a packed attribute. Every multi-byte field is little-endian
+// whatever the host (LittleEndian), so a big-endian build hands the driver
+// the same bytes.
 #pragma once
 
-#include <bit>
 #include <cstddef>
 #include <cstdint>
 
-// The driver reads the records in the machine's own byte order, which the
-// wire format fixes as little-endian.
-static_assert(std::endian::native == std::endian::little);
+#include "lib/little_endian.h"
 
 constexpr uint32_t HBA_INFO_MAGIC = 0xBEEF2BAD;
 constexpr uint32_t SHPC_MAGIC = 0xFEEDBEEF;
@@ -22,30 +21,30 @@ constexpr size_t BUS_ID_FIELD_SIZE = 20;  // 19 characters and the NUL
 
 // One labelled adapter.
 struct HbaInfo {
-    uint32_t magic;        // HBA_INFO_MAGIC
-    uint32_t alt_pm;       // 1: listed in alterpm.conf
-    uint16_t domain;
+    le32 magic;           // HBA_INFO_MAGIC
+    le32 alt_pm;          // 1: listed in alterpm.conf
+    le16 domain;
     uint8_t bus;
     uint8_t device;
     uint8_t function;
     uint8_t revision;
-    uint8_t pm_cap;        // offset of the power-management capability
+    uint8_t pm_cap;       // offset of the power-management capability
     uint8_t header_type;
     char bus_id[BUS_ID_FIELD_SIZE];  // the label table's text, NUL, zeros
 };
 
 // A counted array of HbaInfo; the records follow the header.
 struct HbaInfoList {
-    uint32_t count;
-    int32_t err_num;  // set by the driver: 1-based number of a rejected record
+    le32 count;
+    le32s err_num;        // set by the driver: 1-based number of a rejected record
 };
 
 // One hot-plug controller: an SHPC bridge or a power-controlled PCI Express
 // downstream port.
 struct ShpcInfo {
-    uint32_t magic;       // SHPC_MAGIC or PCIE_PORT_MAGIC
-    uint32_t reserved0;
-    uint16_t domain;      // the controller's own address
+    le32 magic;           // SHPC_MAGIC or PCIE_PORT_MAGIC
+    le32 reserved0;
+    le16 domain;          // the controller's own address
     uint8_t bus;
     uint8_t device;
     uint8_t function;
@@ -53,28 +52,28 @@ struct ShpcInfo {
     uint8_t reserved1;
     uint8_t header_type;
     char bus_id[BUS_ID_FIELD_SIZE];
-    uint16_t class_code;
+    le16 class_code;
     uint8_t secondary_bus;
     uint8_t cap_offset;   // SHPC or PCI Express capability
     uint8_t first_device; // SHPC: filled when a busID is first tried
     uint8_t slot_count;
     uint8_t reserved2[2];
-    uint32_t slots_available_1;
-    uint32_t slots_available_2;
-    uint32_t slot_config;
-    uint32_t sec_bus_config;
-    uint32_t reserved64[2];  // one 64-bit field, low word first
-    uint32_t hba_count;
-    uint32_t hba_list;       // 32-bit address of this controller's HbaInfoList
+    le32 slots_available_1;
+    le32 slots_available_2;
+    le32 slot_config;
+    le32 sec_bus_config;
+    le32 reserved64[2];   // one 64-bit field, low word first
+    le32 hba_count;
+    le32 hba_list;        // 32-bit address of this controller's HbaInfoList
 };
 
 // A counted array of ShpcInfo; the records follow the header.
 struct ShpcInfoTable {
-    uint32_t count;
-    uint32_t total_size;     // this block plus every controller's list
-    uint32_t max_hba_count;
-    int32_t err_num;         // set by the driver: 1-based rejected controller
-    int32_t device_err_num;  // and the 1-based rejected adapter in its list
+    le32 count;
+    le32 total_size;      // this block plus every controller's list
+    le32 max_hba_count;
+    le32s err_num;        // set by the driver: 1-based rejected controller
+    le32s device_err_num; // and the 1-based rejected adapter in its list
 };
 
 static_assert(sizeof(HbaInfo) == 36 && alignof(HbaInfo) == 4);
@@ -130,5 +129,5 @@ inline ShpcInfo *shpc_info_records(ShpcInfoTable *table)
 // The reserved 64-bit field as one value (for the dump line).
 inline uint64_t shpc_reserved64(const ShpcInfo &s)
 {
-    return (uint64_t{s.reserved64[1]} << 32) | s.reserved64[0];
+    return (uint64_t{s.reserved64[1]} << 32) | uint32_t{s.reserved64[0]};
 }

@@ -69,7 +69,7 @@ int shpc_covers_device(ShpcInfo &shpc, uint16_t domain, uint8_t bus, uint8_t dev
     if (!shpc_slot_range(shpc, &first, &slots)) {
         report_fatal(SITE_UNKNOWN_SPEED);
         log_err("SHPC %s unknown Secondary Bus Configuration Register 0x%x\n", shpc.bus_id,
-                shpc.sec_bus_config);
+                shpc.sec_bus_config.get());
         return -1;
     }
     shpc.first_device = static_cast<uint8_t>(first);

@@ -29,5 +29,11 @@ private:
     size_t size_ = 0;
 };
 
+// The search behind allocate where the system has no flag that asks for low
+// memory (any 64-bit system but x86-64): maps size zero-filled bytes at the
+// first free page-aligned candidate address from *cursor up, below 4 GiB,
+// and moves *cursor past it. Null (errno set) when no candidate is free.
+void *map_below_4gib(size_t size, uint64_t *cursor);
+
 // The 32-bit form of an address inside a LowMemory area.
 uint32_t low_address(const void *p);

@@ -75,4 +75,15 @@ set(CPACK_RPM_EXCLUDE_FROM_AUTO_FILELIST_ADDITION
     /lib /lib/systemd /lib/systemd/system /lib/udev /lib/udev/rules.d
     /usr/share/lintian /usr/share/lintian/overrides)
 
+# A cross build makes the .deb of its architecture, with the dependencies
+# worked out when cpack runs (packaging/cross-depends.cmake).
+if(CMAKE_CROSSCOMPILING)
+  set(CPACK_GENERATOR DEB)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE ${SLOTAG_CROSS_ARCH})
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS OFF)
+  set(CPACK_SLOTAG_CROSS_LIBDIR ${CMAKE_FIND_ROOT_PATH}/lib)
+  set(CPACK_SLOTAG_CROSS_BINARIES ${CMAKE_BINARY_DIR}/slotag ${CMAKE_BINARY_DIR}/slotag-show)
+  set(CPACK_PROJECT_CONFIG_FILE ${CMAKE_SOURCE_DIR}/packaging/cross-depends.cmake)
+endif()
+
 include(CPack)

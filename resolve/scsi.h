@@ -6,6 +6,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "lib/little_endian.h"
+
 // The SCSI ioctl that names the PCI device of a disk's host; Linux copies
 // at most SCSI_PCI_NAME_SIZE bytes of the name and adds no NUL.
 constexpr unsigned long SCSI_IOCTL_GET_PCI = 0x5387;
@@ -16,12 +18,13 @@ constexpr const char *VDS_DIAG_DEVICE = "/dev/vdsdev/_diag";
 constexpr unsigned long VDS_DIAG_REQUEST = 0x737800;
 
 // The relay request as the volume manager's driver reads it: the layout of
-// a 32-bit program, so `result` is a 32-bit address in the caller's memory.
+// a 32-bit little-endian program, so `result` is a 32-bit address in the
+// caller's memory and every field is little-endian on any host.
 struct VdsDiagRequest {
-    uint32_t dev_low;   // low half of the disk's device number
-    uint32_t dev_high;  // high half
-    uint32_t command;   // the SCSI ioctl to perform on the disk
-    uint32_t result;    // address of the SCSI_PCI_NAME_SIZE-byte answer
+    le32 dev_low;   // low half of the disk's device number
+    le32 dev_high;  // high half
+    le32 command;   // the SCSI ioctl to perform on the disk
+    le32 result;    // address of the SCSI_PCI_NAME_SIZE-byte answer
 };
 static_assert(sizeof(VdsDiagRequest) == 16);
 static_assert(offsetof(VdsDiagRequest, dev_low) == 0);

@@ -80,7 +80,7 @@ void write_adapter(FILE *out, const AdapterView &a, const char *indent)
     fprintf(out, ",\n%s \"magic\": %" PRIu32 ", \"alt_pm\": %" PRIu32 ", \"domain\": %u, "
                  "\"bus\": %u, \"device\": %u, \"function\": %u, \"revision\": %u, "
                  "\"pm_cap\": %u, \"header_type\": %u,\n",
-            indent, r.magic, r.alt_pm, r.domain, r.bus, r.device, r.function, r.revision,
+            indent, r.magic.get(), r.alt_pm.get(), r.domain.get(), r.bus, r.device, r.function, r.revision,
             r.pm_cap, r.header_type);
     fprintf(out, "%s ", indent);
     if (a.ids_known)
@@ -120,15 +120,15 @@ void write_controller(FILE *out, const ControllerView &v)
     fprintf(out, ", \"kind\": \"%s\",\n", c.magic == SHPC_MAGIC ? "shpc" : "pcie_port");
     fprintf(out, "     \"magic\": %" PRIu32 ", \"domain\": %u, \"bus\": %u, \"device\": %u, "
                  "\"function\": %u, \"revision\": %u, \"header_type\": %u,\n",
-            c.magic, c.domain, c.bus, c.device, c.function, c.revision, c.header_type);
+            c.magic.get(), c.domain.get(), c.bus, c.device, c.function, c.revision, c.header_type);
     fprintf(out, "     \"class_code\": %u, \"secondary_bus\": %u, \"cap_offset\": %u, "
                  "\"first_device\": %u, \"slot_count\": %u,\n",
-            c.class_code, c.secondary_bus, c.cap_offset, c.first_device, c.slot_count);
+            c.class_code.get(), c.secondary_bus, c.cap_offset, c.first_device, c.slot_count);
     fprintf(out, "     \"slots_available_1\": %" PRIu32 ", \"slots_available_2\": %" PRIu32
                  ", \"slot_config\": %" PRIu32 ", \"sec_bus_config\": %" PRIu32
                  ", \"hba_count\": %" PRIu32 ",\n",
-            c.slots_available_1, c.slots_available_2, c.slot_config, c.sec_bus_config,
-            c.hba_count);
+            c.slots_available_1.get(), c.slots_available_2.get(), c.slot_config.get(),
+            c.sec_bus_config.get(), c.hba_count.get());
     fprintf(out, "     \"bus_speed\": ");
     if (c.magic == SHPC_MAGIC)
         fprintf(out, "\"%s\"", v.speed ? v.speed->key : "unknown");
@@ -187,8 +187,8 @@ bool write_json_report(FILE *out, const ShowModel &m)
     if (m.built)
         fprintf(out, "{\"count\": %" PRIu32 ", \"total_size\": %" PRIu32
                      ", \"max_hba_count\": %" PRIu32 "}",
-                m.plan->table->count, m.plan->table->total_size,
-                m.plan->table->max_hba_count);
+                m.plan->table->count.get(), m.plan->table->total_size.get(),
+                m.plan->table->max_hba_count.get());
     else
         fprintf(out, "null");
     fprintf(out, ",\n  \"controllers\": [");

@@ -1,7 +1,8 @@
 #!/bin/bash
 # Runs one scenario script and compares what it printed with the expected
 # output. TS_UPDATE=1 writes the expected file instead (for new tests: read it
-# before committing it).
+# before committing it). TS_KEEP=1 keeps the simulated server of a passed
+# test (scripts/cross.sh compares the driver requests in it).
 set -u
 name=$1
 script=$TS_TOP/ts/$name
@@ -21,4 +22,4 @@ fi
 if ! diff -u "$expected" "$out"; then
     echo "output differs from $expected"; exit 1
 fi
-rm -rf "$TS_ROOT"
+[ -n "${TS_KEEP:-}" ] || rm -rf "$TS_ROOT"

@@ -144,11 +144,16 @@ void hba_info(std::uint8_t* p, unsigned bus, unsigned device, unsigned function)
 int driver(bool high)
 {
     int flags = MAP_PRIVATE | MAP_ANONYMOUS;
+    void* at = nullptr;
+    if (sizeof(void*) == 8 && !high) {
 #if defined(MAP_32BIT)
-    if (sizeof(void*) == 8 && !high)
         flags |= MAP_32BIT;
+#else
+        flags |= MAP_FIXED_NOREPLACE;  // no flag asks for low memory here: name an address
+        at = reinterpret_cast<void*>(std::uintptr_t{0x40000000});
 #endif
-    auto* mem = static_cast<std::uint8_t*>(::mmap(nullptr, 4096, PROT_READ | PROT_WRITE, flags, -1, 0));
+    }
+    auto* mem = static_cast<std::uint8_t*>(::mmap(at, 4096, PROT_READ | PROT_WRITE, flags, -1, 0));
     if (mem == MAP_FAILED) {
         std::perror("mmap");
         return 1;

@@ -56,7 +56,7 @@ std::vector<ShpcInfo> make_table(unsigned seed, int bad)
             c.slot_config = ((r >> 13) % 5) << 8;
             c.sec_bus_config = i == bad ? 6 : 4;
         }
-        snprintf(c.bus_id, sizeof c.bus_id, "%04x:00:%02x.0", c.domain, i);
+        snprintf(c.bus_id, sizeof c.bus_id, "%04x:00:%02x.0", c.domain.get(), i);
         table.push_back(c);
     }
     return table;

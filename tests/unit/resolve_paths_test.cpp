@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <string>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
 #include <unistd.h>
@@ -125,6 +126,22 @@ TEST(ResolveLowMemory, IsZeroFilledAndAddressableIn32Bits)
     const uint64_t end = reinterpret_cast<uintptr_t>(bytes) + size;
     EXPECT_LE(end, uint64_t{1} << 32);
     EXPECT_EQ(uintptr_t{low_address(bytes + 20)}, reinterpret_cast<uintptr_t>(bytes + 20));
+
+    // The search where no flag asks for low memory: a taken candidate is
+    // stepped over, and every answer is the address asked for.
+    uint64_t cursor = uint64_t{1} << 30;
+    void *first = map_below_4gib(size, &cursor);
+    ASSERT_NE(first, nullptr);
+    uint64_t again = reinterpret_cast<uintptr_t>(first);
+    void *second = map_below_4gib(size, &again);
+    ASSERT_NE(second, nullptr);
+    EXPECT_GT(reinterpret_cast<uintptr_t>(second), reinterpret_cast<uintptr_t>(first));
+    EXPECT_LE(again, uint64_t{1} << 32);
+    EXPECT_EQ(static_cast<const unsigned char *>(second)[size - 1], 0);
+    uint64_t past_end = (uint64_t{1} << 32) - 1;
+    EXPECT_EQ(map_below_4gib(size, &past_end), nullptr);
+    munmap(first, size);
+    munmap(second, size);
 }
 
 } // namespace
