@@ -13,6 +13,8 @@ packages=(cmake make g++ clang libgtest-dev libgmock-dev libbenchmark-dev
 packages+=(strace libclang-rt-14-dev libfuzzer-14-dev)
 # man page lint (mandoc) and rendering (man -l), the completion's test
 packages+=(mandoc man-db bash-completion)
+# the fresh-root package test: a minbase Debian 12 root
+packages+=(debootstrap debian-archive-keyring)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")
