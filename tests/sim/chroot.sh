@@ -27,7 +27,8 @@ for entry in /*; do
     fi
 done
 cp "$sim" "$(dirname "$sim")/libslotag-sim-preload.so" "$slotag" "$src/docs/tour.topology" "$r/prog/" || exit 1
-sed -n "/<<'TABLE'/,/^TABLE\$/p" "$src/tour.sh" | sed '1d;$d' >"$work/out/table"
+# as the tool lists it: one blank between words
+sed -n "/<<'TABLE'/,/^TABLE\$/p" "$src/tour.sh" | sed '1d;$d;s/  */ /g' >"$work/out/table"
 [ -s "$work/out/table" ] || { echo "FAIL: no table found in tour.sh"; exit 1; }
 
 chroot "$r" /prog/slotag-sim build /tmp/sim /prog/tour.topology >/dev/null || { echo "FAIL: build in the chroot"; exit 1; }
