@@ -107,7 +107,7 @@ inside dpkg -P slotag </dev/null || bad "dpkg -P failed"
     bad "after purge: $(status)"
 [ -e "$r/etc/opt/KVTPslotag" ] && bad "purge left /etc/opt/KVTPslotag: $(ls -A "$r/etc/opt/KVTPslotag")"
 [ -e "$r/var/opt/KVTPslotag" ] && bad "purge left /var/opt/KVTPslotag"
-for p in /opt /etc/opt /var/opt $(cat "$work/existed"); do
+for p in $(printf '%s\n' /opt /etc/opt /var/opt | sort -u - "$work/existed"); do
     [ -e "$r$p" ] || bad "purge took away $p, which was there before the install"
 done
 for p in $(pkg_paths | sort -u | grep -vxF -f "$work/existed"); do
