@@ -10,7 +10,7 @@
 # Arguments: BUILD-DIR SOURCE-DIR SLOTAG-SIM PRELOAD-LIBRARY
 set -u
 if [ -z "${SLOTAG_DEB_NS:-}" ]; then
-    SLOTAG_DEB_NS=1 exec unshare -m --propagation private bash "$0" "$@"
+    SLOTAG_DEB_NS=1 exec bash "$(dirname "$0")/../private-ns.sh" bash "$0" "$@"
 fi
 build=$1 src=$2 sim=$3 preload=$4
 deb=$(ls "$build"/packages/slotag_*.deb 2>/dev/null | head -n 1)

@@ -9,7 +9,7 @@
 # Arguments: BUILD-DIR SOURCE-DIR
 set -u
 if [ -z "${SLOTAG_FRESH_NS:-}" ]; then
-    SLOTAG_FRESH_NS=1 exec unshare -m --propagation private bash "$0" "$@"
+    SLOTAG_FRESH_NS=1 exec bash "$(dirname "$0")/../private-ns.sh" bash "$0" "$@"
 fi
 build=$1 src=$2
 deb=$(ls "$build"/packages/slotag_*.deb 2>/dev/null | head -n 1)

@@ -5,7 +5,7 @@
 # usage: chroot.sh SLOTAG-SIM SLOTAG SOURCE-DIR
 set -u
 if [ -z "${SLOTAG_CHROOT_NS:-}" ]; then
-    SLOTAG_CHROOT_NS=1 exec unshare -m --propagation private bash "$0" "$@"
+    SLOTAG_CHROOT_NS=1 exec bash "$(dirname "$0")/../private-ns.sh" bash "$0" "$@"
 fi
 sim=$1 slotag=$2 src=$3
 # The chroot is a plain directory on a shared tmpfs (a mount made inside it
