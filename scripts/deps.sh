@@ -15,6 +15,8 @@ packages+=(strace libclang-rt-14-dev libfuzzer-14-dev)
 packages+=(mandoc man-db bash-completion)
 # the VM bed: QEMU and the guest's busybox (its kernel: sim/vm/kernel.sh)
 packages+=(qemu-system-x86 busybox-static)
+# the fresh-root package test: a minbase Debian 12 root
+packages+=(debootstrap debian-archive-keyring)
 missing=()
 for p in "${packages[@]}"; do
     dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q 'install ok installed' || missing+=("$p")

@@ -10,7 +10,7 @@
 # Arguments: BUILD-DIR SOURCE-DIR SLOTAG-SIM PRELOAD-LIBRARY
 set -u
 if [ -z "${SLOTAG_DEB_NS:-}" ]; then
-    SLOTAG_DEB_NS=1 exec unshare -m --propagation private bash "$0" "$@"
+    SLOTAG_DEB_NS=1 exec bash "$(dirname "$0")/../private-ns.sh" bash "$0" "$@"
 fi
 build=$1 src=$2 sim=$3 preload=$4
 deb=$(ls "$build"/packages/slotag_*.deb 2>/dev/null | head -n 1)
@@ -18,7 +18,7 @@ deb=$(ls "$build"/packages/slotag_*.deb 2>/dev/null | head -n 1)
 version=$(dpkg-deb -f "$deb" Version)
 work=$(mktemp -d /tmp/slotag-deb.XXXXXX)
 ovl=$work/overlay
-trap 'umount -R "$ovl/root" 2>/dev/null; umount "$ovl" 2>/dev/null; rm -rf "$work"' EXIT
+trap 'umount -l "$ovl" 2>/dev/null; rm -rf --one-file-system "$work"' EXIT
 fail=0
 bad() { echo "FAIL: $*"; fail=1; }
 step() { echo "== $*"; }
@@ -51,7 +51,20 @@ slotag() {
     return $rc
 }
 mode() { stat -c %a "$r$1" 2>/dev/null; }
+# Every path of the package and the directories that hold its state
+pkg_paths() {
+    { dpkg-deb -c "$deb"; dpkg-deb -c "$deb2"; } | awk '{ p = $6; sub(/^\./, "", p); sub(/\/$/, "", p); if (p != "") print p }'
+    printf '%s\n' /var/opt/KVTPslotag /var/opt/KVTPslotag/log /var/opt/KVTPslotag/lock
+}
 status() { inside dpkg-query -W -f='${Version} ${Status}' slotag 2>/dev/null; }
+
+# As on a fresh system, /opt is empty and owned by no package (base-files'
+# postinst made it, /etc/opt and /var/opt too), so dpkg would take away
+# any of them that the package listed.
+rm -rf "$r"/opt/* "$r"/etc/opt/* "$r"/var/opt/*
+pkg_paths | sort -u | while read -r p; do
+    [ -e "$r$p" ] || [ -L "$r$p" ] && echo "$p"
+done >"$work/existed"
 
 step "install $version"
 inside dpkg -i "$t/slotag.deb" </dev/null || bad "dpkg -i failed"
@@ -94,6 +107,12 @@ inside dpkg -P slotag </dev/null || bad "dpkg -P failed"
     bad "after purge: $(status)"
 [ -e "$r/etc/opt/KVTPslotag" ] && bad "purge left /etc/opt/KVTPslotag: $(ls -A "$r/etc/opt/KVTPslotag")"
 [ -e "$r/var/opt/KVTPslotag" ] && bad "purge left /var/opt/KVTPslotag"
+for p in $(printf '%s\n' /opt /etc/opt /var/opt | sort -u - "$work/existed"); do
+    [ -e "$r$p" ] || bad "purge took away $p, which was there before the install"
+done
+for p in $(pkg_paths | sort -u | grep -vxF -f "$work/existed"); do
+    [ -e "$r$p" ] || [ -L "$r$p" ] && bad "purge left $p"
+done
 
 [ $fail -eq 0 ] && echo "package install, first run, upgrade, remove, purge: ok"
 exit $fail

@@ -5,7 +5,7 @@
 # Arguments: BUILD-DIR. Runs itself again in a private mount namespace.
 set -u
 if [ -z "${SLOTAG_UNITS_NS:-}" ]; then
-    SLOTAG_UNITS_NS=1 exec unshare -m --propagation private bash "$0" "$@"
+    SLOTAG_UNITS_NS=1 exec bash "$(dirname "$0")/../private-ns.sh" bash "$0" "$@"
 fi
 build=$1
 work=$(mktemp -d /tmp/slotag-units.XXXXXX)

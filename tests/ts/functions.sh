@@ -50,9 +50,20 @@ sim_run() {
     local simopts=()
     while [ "$1" != "--" ]; do simopts+=("$1"); shift; done
     shift
-    local tool=("$SLOTAG")
-    [ -n "${SLOTAG_EMULATOR:-}" ] && tool=("$SLOTAG_EMULATOR" "$SLOTAG")
-    "$SLOTAG_SIM" run "$TS_ROOT" --preload "$SLOTAG_PRELOAD" "${simopts[@]}" -- "${tool[@]}" "$@"
+    local tool=$SLOTAG preload=$SLOTAG_PRELOAD readable=""
+    # Another user cannot reach into a private checkout (/root is 0700):
+    # what that user's process loads by path is run from a readable copy.
+    if [[ " ${simopts[*]} " == *" --user "* ]]; then
+        readable=$(mktemp -d /tmp/slotag-ts.XXXXXX) && chmod 0755 "$readable" &&
+            cp "$SLOTAG" "$SLOTAG_PRELOAD" "$readable/" || return 125
+        tool=$readable/${SLOTAG##*/} preload=$readable/${SLOTAG_PRELOAD##*/}
+    fi
+    local run=("$tool")
+    [ -n "${SLOTAG_EMULATOR:-}" ] && run=("$SLOTAG_EMULATOR" "$tool")
+    "$SLOTAG_SIM" run "$TS_ROOT" --preload "$preload" "${simopts[@]}" -- "${run[@]}" "$@"
+    local rc=$?
+    [ -z "$readable" ] || rm -rf "$readable"
+    return $rc
 }
 
 # Cuts the variable part of each record: "Nov 16 20:01:25 simhost
