@@ -1,7 +1,7 @@
 #include "mounts.hpp"
 
 #include "files.hpp"
-#include "unique_fd.hpp"
+#include "lib/unique_fd.h"
 
 #include <fcntl.h>
 #include <sched.h>
