@@ -19,7 +19,7 @@ build() {  # build DIR CMAKE-ARGS...
 build build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_COMPILE_WARNING_AS_ERROR=ON
 ctest --test-dir build --output-on-failure -j"$jobs"
 # the figures of the reliability tests
-grep -h -E '^(kill points tried|concurrent runs|injected failures tried):' build/Testing/Temporary/LastTest.log
+grep -h -E '^(kill points tried|I/O errors injected|concurrent runs|injected failures tried):' build/Testing/Temporary/LastTest.log
 
 build build-asan -DSLOTAG_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
 ctest --test-dir build-asan --output-on-failure -j"$jobs"

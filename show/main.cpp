@@ -54,6 +54,19 @@ void usage(FILE *out)
 enum class Output { TEXT, JSON };
 
 // Returns -1 to go on with the output chosen, or the exit status.
+// A write that failed drops its bytes and marks the stream; a later flush
+// of the emptied buffer then succeeds. So a report counts as written only
+// when the flush worked and no write before it failed.
+bool stdout_flushed() { return fflush(stdout) == 0 && !ferror(stdout); }
+
+// Says why standard output could not take the report, when it could not.
+bool output_written(bool written)
+{
+    if (!written)
+        print_error("standard output: %s.\n", strerror(errno != 0 ? errno : EIO));
+    return written;
+}
+
 int parse_command_line(int argc, char **argv, Output &output)
 {
     enum { OPT_JSON = 256, OPT_VERSION };
@@ -67,10 +80,10 @@ int parse_command_line(int argc, char **argv, Output &output)
     while ((c = getopt_long(argc, argv, "h", longs, nullptr)) != -1) {
         switch (c) {
         case OPT_JSON: output = Output::JSON; break;
-        case 'h': usage(stdout); return fflush(stdout) == 0 ? 0 : EXIT_CANNOT_REPORT;
+        case 'h': usage(stdout); return output_written(stdout_flushed()) ? 0 : EXIT_CANNOT_REPORT;
         case OPT_VERSION:
             printf("slotag-show %s\n", SLOTAG_VERSION);
-            return fflush(stdout) == 0 ? 0 : EXIT_CANNOT_REPORT;
+            return output_written(stdout_flushed()) ? 0 : EXIT_CANNOT_REPORT;
         default:
             if (optopt > 0 && optopt < 256)
                 print_error("unknown option -%c.\n", optopt);
@@ -145,9 +158,7 @@ int main(int argc, char **argv)
     ShowModel model = make_show_model(preview, g_options.conf_file);
     bool written = output == Output::JSON ? write_json_report(stdout, model)
                                           : write_text_report(stdout, model);
-    if (!written) {
-        print_error("standard output: %s.\n", strerror(errno));
+    if (!output_written(written))
         return EXIT_CANNOT_REPORT;
-    }
     return model.would_succeed() ? EXIT_WOULD_REGISTER : EXIT_WOULD_FAIL;
 }

@@ -10,6 +10,7 @@
 #include <memory>
 #include <new>
 #include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "lib/unique_fd.h"
@@ -288,9 +289,20 @@ int read_lines(const char *path, int fd, int32_t timeout_ms,
     }
     UniqueFd owned;  // a descriptor the reader opened itself
     if (path) {
-        owned.reset(open(path, O_RDONLY | O_CLOEXEC));
+        // Every input named by a path is a file. A FIFO or a device node
+        // in its place could hold the run up before any time-out applies
+        // (the open of a FIFO waits for a writer) or feed it without end,
+        // so it is opened without waiting and refused as unopenable.
+        owned.reset(open(path, O_RDONLY | O_CLOEXEC | O_NONBLOCK));
         if (!owned)
             return fail(LR_OPEN);
+        struct stat file;
+        if (fstat(owned.get(), &file) == -1)
+            return fail(LR_OPEN);
+        if (S_ISFIFO(file.st_mode) || S_ISCHR(file.st_mode) || S_ISBLK(file.st_mode)) {
+            errno = EINVAL;
+            return fail(LR_OPEN);
+        }
         fd = owned.get();
     } else if (fd < 0) {
         errno = EINVAL;

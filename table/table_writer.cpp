@@ -97,7 +97,9 @@ private:
 // The buffer is larger than the stream's own (a block of the file system):
 // the stream then hands each one to the kernel whole, in a few writes for a
 // large table rather than two for every 8 KB.
-// As with single writes, the results are left to the stream's flush.
+// A block the stream could not write is gone from its buffer, and a later
+// flush of the emptied buffer succeeds: the first failure is kept here, with
+// its errno, for the flush step to report.
 class BlockWriter {
 public:
     explicit BlockWriter(FILE *stream) : stream_(stream) {}
@@ -106,7 +108,7 @@ public:
         if (text.size() > sizeof buf_ - used_) {
             drain();
             if (text.size() > sizeof buf_) {
-                fwrite(text.data(), 1, text.size(), stream_);
+                write_out(text.data(), text.size());
                 return;
             }
         }
@@ -122,12 +124,21 @@ public:
     void drain()
     {
         if (used_)
-            fwrite(buf_, 1, used_, stream_);
+            write_out(buf_, used_);
         used_ = 0;
     }
+    // The errno of the first write that failed, 0 when none did.
+    int error() const { return error_; }
 
 private:
+    void write_out(const char *data, size_t n)
+    {
+        if (fwrite(data, 1, n, stream_) != n && error_ == 0)
+            error_ = errno != 0 ? errno : EIO;
+    }
+
     FILE *stream_;
+    int error_ = 0;
     size_t used_ = 0;
     char buf_[64 * 1024];
 };
@@ -237,8 +248,15 @@ int print_hba_addr_conf(FILE *stream, const char *name)
             out.put(' ');
     }
     out.drain();
-    if (fflush(stream) != 0) {
-        report_io_error(name ? name : "(stdout)", errno, 0x2b5);
+    // The single writes go unchecked, but the flush step answers for all of
+    // them: a table cut short must never count as written.
+    int failed = out.error();
+    if (fflush(stream) != 0 && failed == 0)
+        failed = errno;
+    if (failed == 0 && ferror(stream))
+        failed = EIO;
+    if (failed != 0) {
+        report_io_error(name ? name : "(stdout)", failed, 0x2b5);
         return -1;
     }
     if (!name)
