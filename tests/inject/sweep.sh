@@ -7,7 +7,10 @@
 # fails: an "ERROR: " message (or, where the design has none, an ERR line in
 # the log), a status of its mode, the end line of that status and the table
 # files untouched. Never a signal, a sanitizer report
-# or std::terminate. Prints the number of injected failures tried.
+# or std::terminate. The sites the failed runs name, on standard error and
+# in the log's callee lines, must be those of expected/inject/sweep-sites: a
+# failure path that names another site, or none, shows there. Prints the
+# number of injected failures tried.
 #
 # Environment: SLOTAG, SLOTAG_SIM, SLOTAG_PRELOAD, SLOTAG_INJECT (as the
 # scenario tests have them) and WORK, a scratch directory.
@@ -90,6 +93,7 @@ sites() {
             -e 's/.*an input\/output error has occurred\(([0-9a-f]+):([0-9a-f]+)\).*/\2\/errno-\1/p' \
             -e 's/.*initialization failed\(([0-9a-f]+)\).*/log-open-\1/p' \
             -e 's/.*there was a fatal error\(([0-9a-f]+)\).*/\1/p' "$work/err"
+    sed -nE 's/^ERR: callee ([a-z_]+)\(([0-9]+)\)\.$/\1:\2/p' "$work/log"
 }
 
 sweep() {
@@ -128,7 +132,6 @@ sweep() {
         if [ ! -s "$work/err" ]; then
             grep -q '^ERR: ' "$work/log" || { problem "failed with status $rc and no message"; continue; }
             silent=$((silent + 1))
-            site_list+=" $(sed -nE 's/^ERR: callee ([a-z_]+)\(([0-9]+)\)\.$/\1:\2/p' "$work/log" | head -n 1)"
         fi
         if [ "$rc" = 2 ]; then
             grep -q '^ERROR: initialization failed(' "$work/err" || { problem "status 2 without its message"; continue; }
@@ -145,7 +148,7 @@ sweep() {
     for s in $(printf '%s\n' "${!statuses[@]}" | sort -n); do by_status+=" $s:${statuses[$s]}"; done
     echo "$mode ($*): $count allocations, each failed in turn: $absorbed absorbed," \
          "$reported reported (status:runs$by_status; $silent named in the log only)"
-    echo "  sites reported: $(printf '%s\n' $site_list | sort -u | tr '\n' ' ')"
+    echo "$mode: $(printf '%s\n' $site_list | sort -u | tr '\n' ' ')" | tee -a "$work/sites"
 }
 
 sweep list -l
@@ -154,4 +157,6 @@ sweep delete -d b
 sweep change -c a z
 sweep add -a /dev/vdsdev/class1/dsk/vol1
 echo "injected failures tried: $total"
+diff -u "$(dirname "$0")/../expected/inject/sweep-sites" "$work/sites" ||
+    { echo "the sites named differ from the expected ones"; problems=$((problems + 1)); }
 [ "$problems" = 0 ] || { echo "$problems problems"; exit 1; }
