@@ -80,7 +80,7 @@ EOF
 # architecture (this machine's is left alone); the unpacked program
 # registers a simulated server. Configuring would run the maintainer
 # scripts, which are shell and the same as the native package's, which
-# tests/pkg/deb.sh installs, upgrades and purges.
+# tests/pkg/fresh-root.sh installs, upgrades and purges.
 if [ "$arch" = arm64 ]; then
     echo "=== package"
     (cd "$dir" && rm -rf packages && cpack --config CPackConfig.cmake >/dev/null)

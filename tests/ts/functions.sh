@@ -116,3 +116,13 @@ summarize() {
         sed -E "s/\([0-9]+:[0-9]+\)/(L:C)/" | LC_ALL=C sort | LC_ALL=C uniq -c | sed -E "s/^ +//"
     echo
 }
+
+# requests: what the tool handed the driver since the last call (printed),
+# forget_requests: the same, dropped; calls: the volume manager's queries.
+requests() { echo "-- driver"; "$SLOTAG_SIM" dump "$TS_ROOT" --clear; }
+forget_requests() { "$SLOTAG_SIM" dump "$TS_ROOT" --clear >/dev/null; }
+calls() { echo "-- vdsstat calls"; cat "$TS_ROOT/state/vdsstat-calls"; : >"$TS_ROOT/state/vdsstat-calls"; }
+# unchanged (table_unchanged when a script adds to it): says so when the
+# table is as the script saved it in $TS_ROOT/original.
+table_unchanged() { cmp -s "$TS_ROOT/original" "$TS_ROOT/etc/hba_addr.conf" && echo "table file unchanged"; }
+unchanged() { table_unchanged; }
