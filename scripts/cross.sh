@@ -63,7 +63,13 @@ def masked(path):
             b[at:at + 4] = b"\0\0\0\0" if b[at:at + 4] == b"\0\0\0\0" else b"SET!"
     return bytes(b)
 native, cross = (pathlib.Path(d) for d in sys.argv[1:])
+# A scenario left out of emulated runs (its root is missing there) is not
+# compared; in every other one each block must be there and the same.
 names = sorted(p.relative_to(native) for p in native.glob("*/*.root/state/requests/*.bin"))
+left_out = sorted({n.parts[0] + "/" + n.parts[1] for n in names if not (cross / n.parts[0] / n.parts[1]).exists()})
+names = [n for n in names if n.parts[0] + "/" + n.parts[1] not in left_out]
+for s in left_out:
+    print("not run under the emulator:", s)
 differ = [str(n) for n in names if not (cross / n).exists() or masked(native / n) != masked(cross / n)]
 extra = [str(p.relative_to(cross)) for p in cross.glob("*/*.root/state/requests/*.bin")
          if not (native / p.relative_to(cross)).exists()]
