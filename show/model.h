@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "hotplug/plan.h"
-#include "show/physical_slots.h"
+#include "hotplug/physical_slots.h"
 
 // A table line: its label word and where it stands.
 struct TableLine {
