@@ -6,9 +6,11 @@
 
 #include <vector>
 
+#include "hotplug/plan.h"
 #include "locate/outcome.h"
 
 // Works on every operand, whatever became of the others; each failure is
-// told on standard error as it is met. Needs the label table loaded and the
-// run lock held.
-std::vector<LocateOutcome> locate_operands(int count, char **operands, bool on);
+// told on standard error as it is met. plan: built in COLLECT_ALL mode;
+// the resolvers must have been prepared (prepare_targets).
+std::vector<LocateOutcome> locate_operands(const RegistrationPlan &plan, int count, char **operands,
+                                           bool on);

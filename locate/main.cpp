@@ -20,6 +20,7 @@
 #include "cli/core/user_log.h"
 #include "locate/locate.h"
 #include "locate/report.h"
+#include "resolve/targets.h"
 #include "table/hba_addr_conf.h"
 
 #ifndef SLOTAG_VERSION
@@ -127,6 +128,19 @@ bool load_table()
     return false;
 }
 
+// The controllers and their slots, as slotag -r would find them; false when
+// the bus itself cannot be read (told with slotag's messages).
+bool plan_slots(RegistrationPlan &plan)
+{
+    if (plan_registration(hba_addr_table, PlanMode::COLLECT_ALL, plan) == 0 && plan.built())
+        return true;
+    for (const PlanProblem &p : plan.problems)
+        for (const std::string &line : p.messages)
+            print_error("%s\n", line.c_str());
+    print_error("the hot-plug controllers cannot be found.\n");
+    return false;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -152,7 +166,12 @@ int main(int argc, char **argv)
     if (take_run_lock() != RunLock::HELD || !load_table())
         return EXIT_CANNOT_RUN;
 
-    std::vector<LocateOutcome> outcomes = locate_operands(argc - optind, argv + optind, request.on);
+    RegistrationPlan plan;
+    if (prepare_targets() == -1 || !plan_slots(plan))
+        return EXIT_CANNOT_RUN;
+
+    std::vector<LocateOutcome> outcomes =
+        locate_operands(plan, argc - optind, argv + optind, request.on);
     bool written = true;
     if (request.json)
         written = write_json_outcomes(stdout, outcomes, request.on);
