@@ -87,7 +87,7 @@ void locate_adapter(const RegistrationPlan &plan, const std::vector<SysfsSlot> &
 } // namespace
 
 std::vector<LocateOutcome> locate_operands(const RegistrationPlan &plan, int count, char **operands,
-                                           bool on)
+                                           bool on, FILE *lines)
 {
     std::vector<SysfsSlot> sysfs = read_sysfs_slots();
     std::vector<LocateOutcome> outcomes;
@@ -113,6 +113,8 @@ std::vector<LocateOutcome> locate_operands(const RegistrationPlan &plan, int cou
             locate_adapter(plan, sysfs, on, ao);
             if (ao.status != EXIT_DONE)
                 print_failure(ao);
+            else if (lines)
+                write_text_outcome(lines, ao);
             outcomes.push_back(ao);
         }
     }

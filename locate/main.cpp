@@ -170,15 +170,9 @@ int main(int argc, char **argv)
     if (prepare_targets() == -1 || !plan_slots(plan))
         return EXIT_CANNOT_RUN;
 
-    std::vector<LocateOutcome> outcomes =
-        locate_operands(plan, argc - optind, argv + optind, request.on);
-    bool written = true;
-    if (request.json)
-        written = write_json_outcomes(stdout, outcomes, request.on);
-    else
-        for (const LocateOutcome &o : outcomes)
-            if (o.status == EXIT_DONE)
-                written = write_text_outcome(stdout, o) && written;
+    std::vector<LocateOutcome> outcomes = locate_operands(
+        plan, argc - optind, argv + optind, request.on, request.json ? nullptr : stdout);
+    bool written = !request.json || write_json_outcomes(stdout, outcomes, request.on);
     written = stdout_flushed() && written;
     // The indicators are set whatever happens to the text; a script reading
     // it still learns that its output is incomplete.
