@@ -130,8 +130,18 @@ AttentionResult set_attention(const std::string &name, bool on)
         return refused("the attention file cannot be written: " + why);
     }
     const char *text = on ? "1\n" : "0\n";
-    if (!write_all(out.get(), text, strlen(text)))
+    if (!write_all(out.get(), text, strlen(text))) {
+        // A slot driver without indicator operations still gets the file:
+        // Linux's acpiphp lists one and answers every write with ENODEV.
+        if (errno == ENODEV) {
+            AttentionResult r;
+            r.kind = AttentionResult::NO_INDICATOR;
+            r.reason = "its hot-plug driver has no indicator to set (the kernel answers: " +
+                       std::string(strerror(ENODEV)) + ")";
+            return r;
+        }
         return refused_errno("the kernel refused the change", errno);
+    }
     out.reset();
 
     // Read through a new descriptor: sysfs asks the driver again only then.

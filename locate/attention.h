@@ -8,7 +8,8 @@
 struct AttentionResult {
     enum Kind { SET, NO_INDICATOR, REFUSED } kind = REFUSED;
     std::string state;   // SET: what the kernel reads back ("on", "off", "blinking", ...)
-    std::string reason;  // otherwise: why, in plain words
+    std::string reason;  // otherwise: why, in plain words (NO_INDICATOR: empty when
+                         // the slot has no attention file)
 };
 
 // Sets the indicator of the kernel slot `name` on or off and reads it back.

@@ -34,6 +34,7 @@ const char *no_adapter_reason(TargetKind kind)
 // indicator is the one written.
 void set_indicator(const std::vector<std::string> &names, bool on, LocateOutcome &o)
 {
+    std::string why;  // the first name's reason for having no indicator
     for (const std::string &name : names) {
         AttentionResult r = set_attention(name, on);
         o.kernel_slot = name;
@@ -45,11 +46,13 @@ void set_indicator(const std::vector<std::string> &names, bool on, LocateOutcome
             o.reason = "kernel slot \"" + name + "\": " + r.reason;
             return;
         }
+        if (why.empty())
+            why = !r.reason.empty() ? r.reason
+                                    : "/sys/bus/pci/slots/" + name + " has no attention file";
     }
     o.kernel_slot = names.front();
     o.status = EXIT_NO_INDICATOR;
-    o.reason = "kernel slot \"" + o.kernel_slot + "\" has no attention indicator (/sys/bus/pci/slots/" +
-               o.kernel_slot + " has no attention file)";
+    o.reason = "kernel slot \"" + o.kernel_slot + "\" has no attention indicator (" + why + ")";
 }
 
 void locate_adapter(const RegistrationPlan &plan, const std::vector<SysfsSlot> &sysfs, bool on,
