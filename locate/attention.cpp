@@ -136,8 +136,8 @@ AttentionResult set_attention(const std::string &name, bool on)
         if (errno == ENODEV) {
             AttentionResult r;
             r.kind = AttentionResult::NO_INDICATOR;
-            r.reason = "its hot-plug driver has no indicator to set (the kernel answers: " +
-                       std::string(strerror(ENODEV)) + ")";
+            r.reason = "its hot-plug driver has none to set; the kernel answers: " +
+                       std::string(strerror(ENODEV));
             return r;
         }
         return refused_errno("the kernel refused the change", errno);

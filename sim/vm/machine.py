@@ -114,7 +114,7 @@ def make_image(work, kdir, src, build, m32, init):
     copy_with_libs(root, "/bin/busybox", "/bin/busybox")
     for tool in ("lspci", "setpci"):
         copy_with_libs(root, shutil.which(tool), "/usr/bin/" + tool)
-    for tool in ("slotag", "slotag-show"):
+    for tool in ("slotag", "slotag-show", "slotag-locate"):
         copy_with_libs(root, root + os.readlink(root + "/usr/sbin/" + tool))
     if m32:
         copy_with_libs(root, m32, "/usr/sbin/slotag32")

@@ -8,6 +8,7 @@ not come up as designed (no boot, topology not as built).
 
 bed.py SOURCE BUILD [M32-BUILD]"""
 import difflib
+import json
 import os
 import re
 import shutil
@@ -132,6 +133,38 @@ def judge(out, sim):
                               None if re.search(r"^renamed,", c.table, re.M) else "not renamed"])
     case("delete", lambda c: [status(c, 0), accepted(c), *registered(c, at_boot),
                               None if "renamed," not in c.table else "not deleted"])
+
+    def attention(path):
+        return dict(line.split() for line in open(path).read().splitlines())
+
+    def located(c, on):
+        """Each disk's adapter and kernel slot; only those slots changed."""
+        before = attention(os.path.join(out, "attention"))
+        after = attention(os.path.join(c.d, "attention"))
+        diffs, lit, worst = [], set(), 0
+        for r in json.loads(c.out)["results"]:
+            bus = at_boot.adapter_of_disk(os.path.basename(r["operand"]))
+            kslots = [x for x in at_boot.slots if x[1] == bus[:10]]
+            # outside every slot (3); firmware's acpiphp has no indicator (5)
+            want = 3 if not kslots else 5 if kslots[0][2] == "acpiphp" else 0
+            worst = max(worst, want)
+            diffs += [None if r["bus_id"] == bus else f"{r['operand']}: adapter {r['bus_id']}, "
+                      f"wanted {bus}",
+                      None if r["status"] == want else f"{r['operand']}: status {r['status']}, "
+                      f"wanted {want}: {r.get('error')}"]
+            if want == 0:
+                lit.add(r["kernel_slot"])
+                state = ("1", "on") if on else ("0", "off")
+                diffs += [None if r["kernel_slot"] in [x[0] for x in kslots] else
+                          f"{r['operand']}: kernel slot {r['kernel_slot']}, wanted {kslots}",
+                          None if (after.get(r["kernel_slot"]), r["attention"]) == state else
+                          f"{r['kernel_slot']}: reads {after.get(r['kernel_slot'])}, "
+                          f"reported {r['attention']}"]
+        return [status(c, worst), None if lit or worst else "no slot was lit"] + diffs + [
+            f"slot {n} changed from {v} to {after.get(n)}" for n, v in before.items()
+            if n not in lit and after.get(n) != v]
+    case("locate_on", lambda c: located(c, True))
+    case("locate_off", lambda c: located(c, False))
 
     hot = Facts(os.path.join(out, "pci", "hotplug"))
     new = [n for n in hot.order if n not in at_boot.order]

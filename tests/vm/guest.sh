@@ -91,6 +91,15 @@ first_label=$(awk 'NF == 2 && $1 !~ /^#/ { sub(/,.*/, "", $1); print $1; exit }'
 run change slotag -c "$first_label" renamed
 run delete slotag -d renamed
 
+# Slot indicators: slotag-locate from each disk, and every slot's attention
+# state as the kernel then reads it back ("-": it cannot be read)
+attention() { for s in /sys/bus/pci/slots/*; do
+    echo "$(basename "$s") $(cat "$s/attention" 2>/dev/null || echo -)"; done; }
+disks=/dev/$lsi; for f in $pm_funcs; do disks="$disks /dev/$(disk_of "$f")"; done
+attention >$O/attention
+run locate_on slotag-locate --json $disks; attention >$O/cases/locate_on/attention
+run locate_off slotag-locate --off --json $disks; attention >$O/cases/locate_off/attention
+
 # Live hot-plug: the host adds adapters, the guest's hot-plug drivers bring
 # them up; each new function is labelled and registered.
 ls /sys/bus/pci/devices >$O/before
