@@ -56,7 +56,7 @@ int parse_hba_addr_conf_add_sub(const char *device_path)
     return get_pci_by_sd(0, device_path, real.get(), -1, 0, 0);
 }
 
-int parse_hba_addr_conf_add(int count, char **operands)
+int prepare_device_resolution()
 {
     struct stat status;
     multipath_mode = stat(MULTIPATH_SYSFS, &status) == 0 ? MULTIPATH_PRESENT : MULTIPATH_ABSENT;
@@ -66,6 +66,13 @@ int parse_hba_addr_conf_add(int count, char **operands)
         report_access_failure(PROC_DEVICES, reader_status, 2267);
         return -1;
     }
+    return 0;
+}
+
+int parse_hba_addr_conf_add(int count, char **operands)
+{
+    if (prepare_device_resolution() == -1)
+        return -1;
 
     int total = 0;
     for (int i = 0; i < count; i++) {

@@ -6,6 +6,11 @@
 // number of entries added (at least 1), or -1 when nothing was added.
 int parse_hba_addr_conf_add(int count, char **operands);
 
+// What every device path's resolution needs first: whether the multipath
+// driver is present, and the volume manager's major numbers. 0, or -1
+// (reported). Once per run, before the first operand.
+int prepare_device_resolution();
+
 // One device path; returns the number of entries added (0 or more) or -1.
 int parse_hba_addr_conf_add_sub(const char *device_path);
 

@@ -9,8 +9,8 @@
 #include <vector>
 
 #include "hotplug/plan.h"
+#include "hotplug/physical_slots.h"
 #include "show/explanations.h"
-#include "show/physical_slots.h"
 
 // A table line: its label word and where it stands.
 struct TableLine {

@@ -1,6 +1,6 @@
 // Physical slot numbers. The registration reads none of these: they are read
 // here only, after the registration's own reads.
-#include "show/physical_slots.h"
+#include "hotplug/physical_slots.h"
 
 #include <algorithm>
 #include <cerrno>
