@@ -151,8 +151,8 @@ void write_controller(FILE *out, const ControllerView &v)
 
 void write_problem(FILE *out, const ProblemView &v)
 {
-    static const char *const stages[] = {"alterpm", "bus",     "busid",
-                                         "placement", "adapter", "driver"};
+    static const char *const stages[] = {"alterpm", "bus", "busid", "placement", "adapter",
+                                         "driver"};
     const PlanProblem &p = *v.problem;
     fprintf(out, "    {\"stage\": \"%s\", \"site\": ", stages[static_cast<int>(p.stage)]);
     if (p.site)
