@@ -75,8 +75,8 @@ constexpr Entry TABLE[] = {
     {PlanStage::PLACEMENT, 0,
      {"An SHPC bridge states a bus speed slotag does not know (code 5 to 7 in its Secondary "
       "Bus Configuration register), so which device numbers its slots hold cannot be told. "
-      "Every busID that no controller listed before it holds is tried against it, and "
-      "slotag -r stops at the first.",
+      "slotag -r tries against it every busID that no earlier controller holds, and stops "
+      "at the first.",
       "Check the bridge's bus mode (lspci -vv of the bridge named below, the firmware "
       "setup); until it states a known speed, remove the labels that reach it."}},
 
