@@ -13,7 +13,6 @@
 
 namespace {
 
-constexpr unsigned SITE_OPEN = 3671;
 constexpr unsigned SITE_SET_HBA = 3679;
 constexpr unsigned SITE_SET_SHPC = 3699;
 
@@ -45,7 +44,7 @@ int pass_hba_info_to_driver(ShpcInfoTable *table, HbaInfoList *list)
 {
     UniqueFd driver(open(SLOTAG_DEVICE, O_RDWR));
     if (!driver) {
-        report_io_error(SLOTAG_DEVICE, errno, SITE_OPEN);
+        report_io_error(SLOTAG_DEVICE, errno, DRIVER_OPEN_SITE);
         return -1;
     }
     // Both blocks lie below 4 GiB, so their addresses are the 32-bit ones

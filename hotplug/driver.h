@@ -8,6 +8,9 @@
 #include "hotplug/records.h"
 
 constexpr const char *SLOTAG_DEVICE = "/dev/slotag";
+// The site number of a failed open of SLOTAG_DEVICE, which slotag-show
+// foretells when the node is missing.
+constexpr unsigned DRIVER_OPEN_SITE = 3671;
 
 // Read-write requests of type 0xFE whose argument is a 32-bit address.
 constexpr unsigned long SLOTAG_IOC_SET_HBA = 0xC004FE00;   // the outside HbaInfoList

@@ -30,6 +30,7 @@ enum class PlanStage {
     BUSID = 2,      // a busID of the table that does not parse
     PLACEMENT = 3,  // a busID tried against an SHPC at an unknown bus speed
     ADAPTER = 4,    // an adapter absent, unreadable, without PM, or a busID too long
+    DRIVER = 5,     // the driver's node, opened once everything is built
 };
 
 struct PlanProblem {

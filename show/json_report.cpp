@@ -151,7 +151,8 @@ void write_controller(FILE *out, const ControllerView &v)
 
 void write_problem(FILE *out, const ProblemView &v)
 {
-    static const char *const stages[] = {"alterpm", "bus", "busid", "placement", "adapter"};
+    static const char *const stages[] = {"alterpm", "bus", "busid", "placement", "adapter",
+                                         "driver"};
     const PlanProblem &p = *v.problem;
     fprintf(out, "    {\"stage\": \"%s\", \"site\": ", stages[static_cast<int>(p.stage)]);
     if (p.site)
@@ -171,6 +172,17 @@ void write_problem(FILE *out, const ProblemView &v)
     write_string_or_null(out, named ? v.line.label.c_str() : nullptr);
     fprintf(out, ", \"bus_id\": ");
     write_string_or_null(out, named ? v.bus_id.c_str() : nullptr);
+    fprintf(out, ",\n     \"explanation\": ");
+    write_string(out, v.explanation->wrong);
+    fprintf(out, ", \"action\": ");
+    write_string(out, v.explanation->action);
+    fprintf(out, ",\n     \"detail\": ");
+    write_string_or_null(out, v.detail.empty() ? nullptr : v.detail.c_str());
+    fprintf(out, ", \"nearby\": ");
+    if (v.looked_nearby)
+        write_string_array(out, v.nearby);
+    else
+        fprintf(out, "null");
     fprintf(out, ",\n     \"messages\": ");
     write_string_array(out, p.messages);
     fputc('}', out);

@@ -16,6 +16,7 @@
 #include "cli/core/startup.h"
 #include "cli/core/user_log.h"
 #include "hotplug/plan.h"
+#include "show/lock_holder.h"
 #include "show/model.h"
 #include "show/report_writers.h"
 #include "table/hba_addr_conf.h"
@@ -148,6 +149,7 @@ int main(int argc, char **argv)
         print_error("initialization failed(%x).\n", code);
         return EXIT_CANNOT_REPORT;
     }
+    tell_run_lock_holder();
     if (take_run_lock() != RunLock::HELD)
         return EXIT_CANNOT_REPORT;
     if (!load_table())

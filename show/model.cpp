@@ -3,9 +3,18 @@
 // things.
 #include "show/model.h"
 
+#include <algorithm>
+#include <cstdio>
+
+#include "hotplug/driver.h"
+#include "show/driver_node.h"
 #include "table/label_edit.h"
 
 namespace {
+
+// The sites of the adapter problems that come with a detail.
+constexpr unsigned SITE_NO_FUNCTION = 0xccb;   // nothing at the busID
+constexpr unsigned SITE_BUS_ID_TOO_LONG = 0xcf8;
 
 TableLine table_line(const BusIdWord &w)
 {
@@ -46,6 +55,60 @@ AdapterView adapter_view(const RegistrationPlan &plan, const BusIdWord &w)
         v.device_id = w.found->device_id;
     }
     return v;
+}
+
+std::string address_text(uint16_t domain, uint8_t bus, uint8_t device, uint8_t function)
+{
+    char text[20];
+    snprintf(text, sizeof text, "%04x:%02x:%02x.%x", domain, bus, device, function);
+    return text;
+}
+
+// Where to look for a card that is not at its busID: the other functions of
+// the same device, else those on the same bus, in address order. The
+// detail says which, or that nothing answers on the bus.
+void find_nearby(const PciSnap &snap, const BusIdWord &w, ProblemView &v)
+{
+    v.looked_nearby = true;
+    std::vector<const PciFunction *> device, bus;
+    for (const PciFunction &f : snap.functions) {
+        if (f.domain != w.domain || f.bus != w.bus)
+            continue;
+        bus.push_back(&f);
+        if (f.device == w.device)
+            device.push_back(&f);
+    }
+    const std::vector<const PciFunction *> &near = device.empty() ? bus : device;
+    for (const PciFunction *f : near)
+        v.nearby.push_back(address_text(f->domain, f->bus, f->device, f->function));
+    std::sort(v.nearby.begin(), v.nearby.end());
+    char where[40];
+    if (!device.empty())
+        snprintf(where, sizeof where, "device %04x:%02x:%02x", w.domain, w.bus, w.device);
+    else
+        snprintf(where, sizeof where, "bus %04x:%02x", w.domain, w.bus);
+    if (v.nearby.empty()) {
+        v.detail = std::string("Nothing answers on ") + where + ".";
+        return;
+    }
+    v.detail = std::string("Present on ") + where + ":";
+    for (size_t i = 0; i < v.nearby.size(); i++)
+        v.detail += (i ? ", " : " ") + v.nearby[i];
+    v.detail += ".";
+}
+
+// What is known of one problem beyond its kind.
+void add_detail(const RegistrationPlan &plan, ProblemView &v)
+{
+    const PlanProblem &p = *v.problem;
+    if (p.stage != PlanStage::ADAPTER || p.busid == BusIdWord::NONE)
+        return;
+    const BusIdWord &w = plan.busids[p.busid];
+    if (p.site == SITE_NO_FUNCTION && plan.snap)
+        find_nearby(*plan.snap, w, v);
+    else if (p.site == SITE_BUS_ID_TOO_LONG && w.parsed)
+        v.detail = "Written short, it reads " +
+                   address_text(w.domain, w.bus, w.device, w.function) + ".";
 }
 
 } // namespace
@@ -105,6 +168,20 @@ ShowModel make_show_model(const RegistrationPlan &plan, const char *conf_file)
             v.line = table_line(plan.busids[p.busid]);
             v.bus_id = p.token->text;
         }
+        v.explanation = &explain(p.stage, p.site);
+        add_detail(plan, v);
+        m.problems.push_back(v);
+    }
+    // slotag -r opens the driver's node once everything is built.
+    const char *kind = nullptr;
+    m.driver_node = check_driver_node(&kind);
+    if (m.driver_node) {
+        ProblemView v;
+        v.problem = m.driver_node.get();
+        v.file = SLOTAG_DEVICE;
+        v.explanation = &explain(PlanStage::DRIVER, m.driver_node->site);
+        if (kind)
+            v.detail = std::string("It is ") + kind + ".";
         m.problems.push_back(v);
     }
     return m;

@@ -4,11 +4,13 @@
 #pragma once
 
 #include <cstdint>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "hotplug/plan.h"
 #include "hotplug/physical_slots.h"
+#include "show/explanations.h"
 
 // A table line: its label word and where it stands.
 struct TableLine {
@@ -48,6 +50,10 @@ struct ProblemView {
     bool has_line = false;  // a table or alterpm.conf line
     TableLine line;         // for a busID: its line; for an entry: line and text
     std::string bus_id;     // for a busID
+    const Explanation *explanation = nullptr;  // what is wrong and what to do
+    std::string detail;               // what is known of this case, or ""
+    bool looked_nearby = false;       // a busID naming no function: the functions
+    std::vector<std::string> nearby;  // near it (the same device, else the same bus)
 };
 
 struct ShowModel {
@@ -57,6 +63,7 @@ struct ShowModel {
     std::vector<AdapterView> outside;
     std::vector<DuplicateView> duplicates;
     std::vector<ProblemView> problems;
+    std::unique_ptr<PlanProblem> driver_node;  // the driver's node, when it is a problem
     bool would_succeed() const { return built && problems.empty(); }
 };
 

@@ -2,6 +2,7 @@
 // then the adapters outside, the lines without a record, the problems and
 // the summary.
 #include <cinttypes>
+#include <string>
 
 #include "hotplug/pci_regs.h"
 #include "show/report_writers.h"
@@ -81,6 +82,36 @@ void write_controller(FILE *out, uint32_t n, const ControllerView &v)
         fprintf(out, "     no labelled adapter\n");
 }
 
+// A paragraph of a problem, in lines of at most 79 columns (a longer word
+// stands alone) indented under its number.
+void write_wrapped(FILE *out, const std::string &text)
+{
+    constexpr size_t INDENT = 5, WIDTH = 79;
+    size_t column = 0;
+    size_t pos = 0;
+    while (pos < text.size()) {
+        size_t end = text.find(' ', pos);
+        if (end == std::string::npos)
+            end = text.size();
+        size_t len = end - pos;
+        if (column > 0 && column + 1 + len > WIDTH) {
+            fputc('\n', out);
+            column = 0;
+        }
+        if (column == 0) {
+            fprintf(out, "%*s", static_cast<int>(INDENT), "");
+            column = INDENT;
+        } else {
+            fputc(' ', out);
+            column++;
+        }
+        fwrite(text.data() + pos, 1, len, out);
+        column += len;
+        pos = end + 1;
+    }
+    fputc('\n', out);
+}
+
 void write_problem(FILE *out, uint32_t n, const ProblemView &v)
 {
     const PlanProblem &p = *v.problem;
@@ -97,6 +128,12 @@ void write_problem(FILE *out, uint32_t n, const ProblemView &v)
     if (p.site)
         fprintf(out, ": site %x", p.site);
     fputc('\n', out);
+    write_wrapped(out, v.explanation->wrong);
+    if (!v.detail.empty())
+        write_wrapped(out, v.detail);
+    write_wrapped(out, std::string("To do: ") + v.explanation->action);
+    if (!p.messages.empty())
+        fprintf(out, "     slotag -r would say:\n");
     for (const std::string &m : p.messages)
         fprintf(out, "       %s\n", m.c_str());
 }
@@ -121,8 +158,11 @@ std::string summary_line(const ShowModel &m)
     } else {
         uint32_t n = static_cast<uint32_t>(m.problems.size());
         unsigned site = m.problems.empty() ? 0 : m.problems.front().problem->site;
-        snprintf(text, sizeof text, "slotag -r would fail with site %x; %" PRIu32 " %s.", site,
-                 n, plural(n, "problem", "problems"));
+        char with[32] = "";
+        if (site)
+            snprintf(with, sizeof with, " with site %x", site);
+        snprintf(text, sizeof text, "slotag -r would fail%s; %" PRIu32 " %s.", with, n,
+                 plural(n, "problem", "problems"));
     }
     return text;
 }

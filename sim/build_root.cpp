@@ -7,11 +7,15 @@
 #include "topology.hpp"
 
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <stdexcept>
 
 namespace {
+
+// The driver's number in the default /proc/devices below.
+constexpr unsigned slotag_major = 240;
 
 // What a small server's /proc/devices says; the volume manager is not
 // registered unless the topology writes its own.
@@ -67,9 +71,12 @@ void write_dev(const std::string& dev, bool driver_present)
     make_symlink("/proc/self/fd/0", dev + "/stdin");
     make_symlink("/proc/self/fd/1", dev + "/stdout");
     make_symlink("/proc/self/fd/2", dev + "/stderr");
-    // The preloaded library answers the driver's requests on it.
-    if (driver_present)
-        write_file(dev + "/slotag", "", 0600);
+    // A character node, as the driver's udev rule makes it, so that a look
+    // at its kind sees the real thing; the preloaded library opens and
+    // answers it (no driver sits behind the number).
+    if (driver_present && ::mknod((dev + "/slotag").c_str(), S_IFCHR | 0600,
+                                  ::makedev(slotag_major, 0)) != 0)
+        throw_errno("mknod " + dev + "/slotag");
 }
 
 void apply_file_directives(const std::string& root, const Topology& topology)

@@ -15,6 +15,7 @@ public:
     LockHolder& operator=(const LockHolder&) = delete;
     // Ends the holder if it is still holding.
     ~LockHolder();
+    pid_t pid() const { return pid_; }
 
 private:
     pid_t pid_ = -1;

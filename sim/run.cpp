@@ -204,8 +204,10 @@ int run_in_root(const RunOptions& options)
     enter_simulated_server(root);
 
     std::optional<LockHolder> holder;
-    if (options.hold_lock_seconds)
+    if (options.hold_lock_seconds) {
         holder.emplace(root + "/var/lock/.slotag.lock", *options.hold_lock_seconds);
+        write_file(root + "/state/" + state::lock_holder_file, std::to_string(holder->pid()) + "\n");
+    }
 
     std::fflush(nullptr);
     pid_t pid = ::fork();

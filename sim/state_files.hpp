@@ -29,6 +29,9 @@ inline constexpr const char* fsync_signal_file = "fsync-signal";
 inline constexpr const char* fsync_log_file = "fsync-log";
 inline constexpr const char* fsync_error_file = "fsync-error";
 inline constexpr const char* readdir_error_file = "readdir-error";
+// Written by `run --hold-lock`: the holder's process ID, for a test to
+// compare with what a program says holds the lock.
+inline constexpr const char* lock_holder_file = "lock-holder";
 
 // Lines with their blanks trimmed; empty and comment lines left out.
 std::vector<std::string> content_lines(std::string_view text);

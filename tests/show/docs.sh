@@ -12,7 +12,8 @@ for o in $options; do
     grep -qF -- "$o" <<<"$page" || { echo "the man page does not mention $o"; fail=1; }
 done
 for field in would_register summary controllers outside duplicates problems bus_id \
-             physical_slot sysfs_slots alt_pm pm_cap alterpm same_as_line stage site messages; do
+             physical_slot sysfs_slots alt_pm pm_cap alterpm same_as_line stage site explanation \
+             action detail nearby messages; do
     grep -qw -- "$field" <<<"$page" || { echo "the man page does not document $field"; fail=1; }
 done
 for status in 0 1 2; do

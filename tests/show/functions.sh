@@ -19,6 +19,8 @@ slotag_show() {
     table_before=$(md5sum <"$TS_ROOT/etc/hba_addr.conf")
     show_sim_run "${simopts[@]}" -- "$@" >"$TS_ROOT.stdout" 2>"$TS_ROOT.stderr"
     local rc=$?
+    # The lock holder's PID as the simulator recorded it, so a wrong one shows.
+    [ -f "$TS_ROOT/state/lock-holder" ] && sed -i "s/process $(cat "$TS_ROOT/state/lock-holder") /process HOLDER /" "$TS_ROOT.stderr"
     printf '$ slotag-show'; [ ${#simopts[@]} -gt 0 ] && printf ' %s' "${simopts[@]}"; [ $# -gt 0 ] && printf ' %q' "$@"; echo
     echo "-- stdout"; cat "$TS_ROOT.stdout"
     echo "-- stderr"; cat "$TS_ROOT.stderr"
