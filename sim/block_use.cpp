@@ -29,6 +29,10 @@ std::optional<BlockDevice> find_block(const StorageDesc& storage, const std::str
     for (const auto& holder : storage.holders)
         if (holder.name == name)
             return BlockDevice{holder.major, holder.minor, ""};
+    if (storage.vds)
+        for (const auto& volume : storage.vds->volumes)
+            if ("vdsdev/" + volume.vds_class + "/dsk/" + volume.name == name)
+                return BlockDevice{storage.vds->major, volume.minor, ""};
     return std::nullopt;
 }
 
@@ -36,7 +40,7 @@ BlockDevice known_block(const StorageDesc& storage, const std::string& name)
 {
     auto found = find_block(storage, name);
     if (!found)
-        throw ParseError("no disk, partition or holder " + name + " declared before");
+        throw ParseError("no disk, partition, holder or volume " + name + " declared before");
     return *found;
 }
 
