@@ -6,6 +6,7 @@
 #include "storage_topology.hpp"
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
 #include <csignal>
 #include <charconv>
@@ -126,6 +127,8 @@ private:
             fsync_signal(words);
         else if (verb == "file" || verb == "dir" || verb == "symlink" || verb == "remove")
             file(words);
+        else if (verb == "slot")
+            slot(words);
         else if (is_storage_statement(verb))
             storage_statement(words, lines_[index_], topology_.storage);
         else
@@ -411,6 +414,53 @@ private:
         if (!value)
             throw ParseError("bad number: " + *text);
         return negative ? -static_cast<std::int32_t>(*value) : static_cast<std::int32_t>(*value);
+    }
+
+    // A slot the kernel's hot-plug driver registered: its directory in
+    // /sys/bus/pci/slots, made of plain files. What a program writes into
+    // attention stays there, for the test to read back.
+    void slot(const std::vector<std::string>& words)
+    {
+        if (words.size() < 3)
+            throw ParseError("slot needs NAME ADDR");
+        const std::string& name = words[1];
+        if (name.empty() || name.find('/') != std::string::npos || name == "." || name == "..")
+            throw ParseError("bad slot name: " + name);
+        if (!slot_address(words[2]))
+            throw ParseError("bad slot address (DDDD:BB or DDDD:BB:DD): " + words[2]);
+        Arguments args(words, 3);
+        std::string attention = args.text("attention").value_or("0");
+        auto power = args.number("power", 1).value_or(1);
+        auto adapter = args.number("adapter", 1).value_or(1);
+        args.finish();
+        if (attention != "none" && attention != "0" && attention != "1" && attention != "2")
+            throw ParseError("bad value for attention: " + attention);
+        const std::string dir = "sys/bus/pci/slots/" + name;
+        add_file(dir + "/address", words[2] + "\n");
+        if (attention != "none")
+            add_file(dir + "/attention", attention + "\n");
+        add_file(dir + "/power", std::to_string(power) + "\n");
+        add_file(dir + "/adapter", std::to_string(adapter) + "\n");
+    }
+
+    static bool slot_address(const std::string& text)
+    {
+        if (text.size() != 7 && text.size() != 10)
+            return false;
+        for (std::size_t i = 0; i < text.size(); ++i) {
+            bool colon = i == 4 || i == 7;
+            if (colon ? text[i] != ':' : !std::isxdigit(static_cast<unsigned char>(text[i])))
+                return false;
+        }
+        return true;
+    }
+
+    void add_file(const std::string& path, const std::string& content)
+    {
+        FileDirective directive;
+        directive.path = path;
+        directive.content = content;
+        topology_.files.push_back(directive);
     }
 
     void file(const std::vector<std::string>& words)

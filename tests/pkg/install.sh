@@ -29,7 +29,7 @@ expect lib/systemd/system/slotag-register.service 644 "regular file"
 expect lib/udev/rules.d/60-slotag.rules 644 "regular file"
 expect usr/share/doc/slotag/copyright 644 "regular file"
 expect usr/share/doc/slotag/changelog.gz 644 "regular file"
-for cmd in slotag slotag-show; do
+for cmd in slotag slotag-show slotag-locate; do
     expect opt/KVTPslotag/bin/$cmd 755 "regular file"
     [ "$(readlink "$dest/usr/sbin/$cmd")" = /opt/KVTPslotag/bin/$cmd ] ||
         bad "usr/sbin/$cmd does not link to /opt/KVTPslotag/bin/$cmd"

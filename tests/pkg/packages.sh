@@ -18,10 +18,12 @@ bad() { echo "FAIL: $*"; fail=1; }
 lintian -I --pedantic "$deb" 2>/dev/null | tee "$work/lintian.out"
 grep -q '^E: ' "$work/lintian.out" && bad "lintian reports errors"
 
-# The packaged (stripped) program keeps the build's hardening.
+# The packaged (stripped) programs keep the build's hardening.
 dpkg-deb -x "$deb" "$work/x" || exit 1
-bash "$(dirname "$0")/../hardening.sh" "$work/x/opt/KVTPslotag/bin/slotag" >"$work/hardening.out" ||
-    bad "the packaged program: $(grep MISSING "$work/hardening.out")"
+for cmd in slotag slotag-locate; do
+    bash "$(dirname "$0")/../hardening.sh" "$work/x/opt/KVTPslotag/bin/$cmd" >"$work/hardening.out" ||
+        bad "the packaged $cmd: $(grep MISSING "$work/hardening.out")"
+done
 
 # "MODE PATH" of every file and link, from each package
 dpkg-deb -c "$deb" | awk '$1 !~ /^d/ { sub(/^\./, "", $6); print $1, $6 }' | sort >"$work/deb.files"
