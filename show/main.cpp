@@ -19,6 +19,7 @@
 #include "show/lock_holder.h"
 #include "show/model.h"
 #include "show/report_writers.h"
+#include "show/targets_report.h"
 #include "table/hba_addr_conf.h"
 
 #ifndef SLOTAG_VERSION
@@ -30,6 +31,9 @@ namespace {
 constexpr int EXIT_WOULD_REGISTER = 0;
 constexpr int EXIT_WOULD_FAIL = 1;
 constexpr int EXIT_CANNOT_REPORT = 2;
+// With operands.
+constexpr int EXIT_ALL_FOUND = 0;
+constexpr int EXIT_SOME_NOT_FOUND = 1;
 
 // A log handle without a file: the shared code logs through it and nothing
 // is written.
@@ -39,17 +43,21 @@ constexpr int32_t LOG_GENERATIONS = 4;
 void usage(FILE *out)
 {
     fprintf(out,
-            "Usage: slotag-show [--json]\n"
+            "Usage: slotag-show [--json] [WHAT...]\n"
             "Shows the hot-plug controllers, their slots and the labelled adapters as\n"
             "slotag -r would register them, and every problem that would make it fail,\n"
             "without registering anything.\n"
+            "With WHAT (a label, a busID, a device path or a volume-manager class): the\n"
+            "adapters it leads to, their slots, what depends on them, and whether each\n"
+            "can be pulled.\n"
             "\n"
             "  --json         the report as JSON\n"
             "  -h, --help     this help\n"
             "      --version  the version\n"
             "\n"
             "Exit status: 0 slotag -r would succeed, 1 it would fail, 2 no report\n"
-            "(not root, the lock, the command line, the label table).\n");
+            "(not root, the lock, the command line, the label table).\n"
+            "With WHAT: 0 every WHAT was found, 1 some was not, 2 no report.\n");
 }
 
 enum class Output { TEXT, JSON };
@@ -68,7 +76,7 @@ bool output_written(bool written)
     return written;
 }
 
-int parse_command_line(int argc, char **argv, Output &output)
+int parse_command_line(int argc, char **argv, Output &output, int &first_operand)
 {
     enum { OPT_JSON = 256, OPT_VERSION };
     static const option longs[] = {{"json", no_argument, nullptr, OPT_JSON},
@@ -94,12 +102,9 @@ int parse_command_line(int argc, char **argv, Output &output)
             break;
         }
     }
-    if (optind < argc) {
-        print_error("unexpected argument %s.\n", argv[optind]);
-        bad = true;
-    }
+    first_operand = optind;
     if (bad) {
-        print_error("usage: slotag-show [--json] | --help | --version\n");
+        print_error("usage: slotag-show [--json] [WHAT...] | --help | --version\n");
         return EXIT_CANNOT_REPORT;
     }
     return -1;
@@ -135,7 +140,8 @@ int main(int argc, char **argv)
     // into it.
     reserve_standard_descriptors();
     Output output = Output::TEXT;
-    int status = parse_command_line(argc, argv, output);
+    int first_operand = argc;
+    int status = parse_command_line(argc, argv, output, first_operand);
     if (status != -1)
         return status;
     if (geteuid() != 0) {
@@ -157,6 +163,15 @@ int main(int argc, char **argv)
 
     RegistrationPlan plan;
     plan_registration(hba_addr_table, PlanMode::COLLECT_ALL, plan);
+    if (first_operand < argc) {
+        switch (show_targets(argc - first_operand, argv + first_operand, plan,
+                             output == Output::JSON)) {
+        case TargetsOutcome::ALL_RESOLVED: return EXIT_ALL_FOUND;
+        case TargetsOutcome::SOME_UNRESOLVED: return EXIT_SOME_NOT_FOUND;
+        case TargetsOutcome::NOT_PREPARED: return EXIT_CANNOT_REPORT;
+        case TargetsOutcome::NOT_WRITTEN: output_written(false); return EXIT_CANNOT_REPORT;
+        }
+    }
     ShowModel model = make_show_model(plan, g_options.conf_file);
     bool written = output == Output::JSON ? write_json_report(stdout, model)
                                           : write_text_report(stdout, model);

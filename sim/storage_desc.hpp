@@ -73,6 +73,21 @@ struct QueryCase {
     std::optional<std::string> signal; // a kill(1) signal name, ends it instead
 };
 
+// A block device built on disks or partitions (device-mapper, md): its
+// /sys/block entry and the holders links of what it is built on.
+struct HolderDesc {
+    std::string name;                // dm-N, mdN, ...
+    unsigned major = 0;
+    unsigned minor = 0;
+    std::string dm_name;             // dm/name for a dm-N
+    std::vector<std::string> of;     // disks and partitions, by name
+};
+
+struct MountDesc {
+    std::string device;              // a disk, partition or holder
+    std::string path;
+};
+
 struct StorageDesc {
     std::vector<ScsiHostDesc> hosts;
     std::vector<DiskDesc> disks;
@@ -81,4 +96,7 @@ struct StorageDesc {
     std::optional<VdsDesc> vds;
     // /usr/sbin/vdsstat exists once the topology scripts a case.
     std::optional<std::vector<QueryCase>> vdsstat;
+    std::vector<HolderDesc> holders;
+    std::vector<MountDesc> mounts;    // ROOT/proc-mountinfo
+    std::vector<std::string> swaps;   // ROOT/proc-swaps
 };

@@ -1,6 +1,7 @@
 #include "storage_topology.hpp"
 
 #include "arguments.hpp"
+#include "block_use.hpp"
 #include "numbers.hpp"
 
 #include <algorithm>
@@ -9,9 +10,10 @@
 
 namespace {
 
-constexpr std::array<std::string_view, 13> verbs{
+constexpr std::array<std::string_view, 16> verbs{
     "host", "disk", "kvpx", "kvph", "path", "vds", "volume",
-    "vdsstat", "stdout", "stderr", "sleep", "exit", "signal"};
+    "vdsstat", "stdout", "stderr", "sleep", "exit", "signal",
+    "holder", "mount", "swap"};
 
 // Signals a scripted query may end by; kill(1) knows them by these names.
 constexpr std::array<std::string_view, 11> signal_names{
@@ -50,6 +52,8 @@ std::optional<std::pair<unsigned, unsigned>> sd_device_number(std::string_view n
     return std::pair{major, (index & 0xf) << 4};
 }
 
+} // namespace
+
 std::pair<unsigned, unsigned> device_number(const std::string& text)
 {
     auto colon = text.find(':');
@@ -61,6 +65,8 @@ std::pair<unsigned, unsigned> device_number(const std::string& text)
         throw ParseError("dev must be MAJOR:MINOR: " + text);
     return {static_cast<unsigned>(*major), static_cast<unsigned>(*minor)};
 }
+
+namespace {
 
 std::vector<std::string> comma_list(const std::string& text)
 {
@@ -304,6 +310,8 @@ void storage_statement(const std::vector<std::string>& words, const std::string&
         vds(words, storage);
     } else if (verb == "volume") {
         volume(words, storage);
+    } else if (verb == "holder" || verb == "mount" || verb == "swap") {
+        block_use_statement(words, storage);
     } else if (verb == "vdsstat") {
         if (!storage.vdsstat)
             storage.vdsstat.emplace();

@@ -14,3 +14,6 @@ bool is_storage_statement(const std::string& verb);
 // ParseError.
 void storage_statement(const std::vector<std::string>& words, const std::string& line,
                        StorageDesc& storage);
+
+// MAJOR:MINOR as a dev= value gives it. Throws ParseError.
+std::pair<unsigned, unsigned> device_number(const std::string& text);

@@ -1,5 +1,6 @@
 #include "storage_tree.hpp"
 
+#include "block_use.hpp"
 #include "files.hpp"
 #include "state_files.hpp"
 #include "storage_state.hpp"
@@ -18,6 +19,8 @@
 
 namespace {
 
+} // namespace
+
 void make_node(const std::string& path, bool block, unsigned major, unsigned minor)
 {
     make_dirs(path.substr(0, path.rfind('/')));
@@ -25,6 +28,8 @@ void make_node(const std::string& path, bool block, unsigned major, unsigned min
     if (::mknod(path.c_str(), type | 0660, ::makedev(major, minor)) != 0)
         throw_errno("mknod " + path);
 }
+
+namespace {
 
 // hostN's directory below /sys/devices: under its adapter's function when
 // the topology has that function, otherwise directly under the root bus.
@@ -238,6 +243,7 @@ void write_storage(const std::string& root, const Topology& topology)
     write_kvpx(root + "/sys", storage);
     if (storage.vds)
         write_vds(root, *storage.vds);
+    write_block_use(root, storage);
     const std::string state = canonical(root + "/state");
     if (storage.vdsstat) {
         const std::string calls = state + "/vdsstat-calls";

@@ -11,3 +11,6 @@
 
 // Throws on failure. Runs after the PCI tree and /proc/devices are written.
 void write_storage(const std::string& root, const Topology& topology);
+
+// A block or character node, its directories made first. Throws.
+void make_node(const std::string& path, bool block, unsigned major, unsigned minor);

@@ -56,5 +56,6 @@ Module& scsi_disks();
 Module& volume_manager();
 Module& multipath_directories();
 Module& proc_devices();
+Module& proc_tables();
 
 } // namespace preload

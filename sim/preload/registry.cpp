@@ -13,6 +13,7 @@ const std::vector<Module*>& modules()
         &pci_config_space(),
         &slotag_driver(),
         &proc_devices(),
+        &proc_tables(),
         &scsi_disks(),
         &volume_manager(),
         &multipath_directories(),
