@@ -125,7 +125,7 @@ int main(int argc, char **argv)
     LineReaderStatus status = 0;
     if (guarded([&] { return load_hba_addr_conf(o.conf_file, option_timeout_ms(), &status); }) ==
         -1) {
-        report_access_failure(o.conf_file, status, 0xff4);
+        report_access_failure(o.conf_file, status, SITE_TABLE_LOAD);
         finish(0xff5, 4);
     }
 

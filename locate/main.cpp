@@ -13,11 +13,9 @@
 #include <getopt.h>
 #include <unistd.h>
 
-#include "cli/core/options.h"
+#include "cli/core/companion.h"
 #include "cli/core/report.h"
-#include "cli/core/run_lock.h"
 #include "cli/core/startup.h"
-#include "cli/core/user_log.h"
 #include "locate/locate.h"
 #include "locate/report.h"
 #include "resolve/targets.h"
@@ -28,11 +26,6 @@
 #endif
 
 namespace {
-
-// A log handle without a file: the shared code logs through it and nothing
-// is written.
-constexpr int32_t LOG_SIZE_LIMIT = 0x100000;
-constexpr int32_t LOG_GENERATIONS = 4;
 
 struct Request {
     bool on = true;
@@ -57,16 +50,6 @@ void usage(FILE *out)
             "slot has no attention indicator, 6 the kernel refused; the highest wins.\n");
 }
 
-bool stdout_flushed() { return fflush(stdout) == 0 && !ferror(stdout); }
-
-// Says why standard output could not take the text, when it could not.
-bool output_written(bool written)
-{
-    if (!written)
-        print_error("standard output: %s.\n", strerror(errno != 0 ? errno : EIO));
-    return written;
-}
-
 // Returns -1 to go on, or the exit status.
 int parse_command_line(int argc, char **argv, Request &request)
 {
@@ -88,10 +71,7 @@ int parse_command_line(int argc, char **argv, Request &request)
             printf("slotag-locate %s\n", SLOTAG_VERSION);
             return output_written(stdout_flushed()) ? 0 : EXIT_CANNOT_RUN;
         default:
-            if (optopt > 0 && optopt < 256)
-                print_error("unknown option -%c.\n", optopt);
-            else
-                print_error("unknown option %s.\n", argv[optind - 1]);
+            report_unknown_option(argv);
             bad = true;
             break;
         }
@@ -105,27 +85,6 @@ int parse_command_line(int argc, char **argv, Request &request)
         return EXIT_CANNOT_RUN;
     }
     return -1;
-}
-
-// The table as slotag loads it; its refusal is told with the lines slotag
-// would have written to its log.
-bool load_table()
-{
-    g_options.conf_file = DEFAULT_CONF_FILE;
-    g_options.timeout_sec = DEFAULT_TIMEOUT_SEC;
-    CapturedMessages details;
-    LineReaderStatus status = 0;
-    int loaded;
-    {
-        ReportCapture capture(details);
-        loaded = load_hba_addr_conf(g_options.conf_file, option_timeout_ms(), &status);
-    }
-    if (loaded == 0)
-        return true;
-    for (const std::string &line : details.lines)
-        print_error("%s\n", line.c_str());
-    report_access_failure(g_options.conf_file, status, 0xff4);
-    return false;
 }
 
 // The controllers and their slots, as slotag -r would find them; false when
@@ -152,18 +111,7 @@ int main(int argc, char **argv)
     int status = parse_command_line(argc, argv, request);
     if (status != -1)
         return status;
-    if (geteuid() != 0) {
-        print_error("must run as root.\n");
-        return EXIT_CANNOT_RUN;
-    }
-    uint32_t code = 0;
-    g_user_log = user_log_open(program_invocation_short_name, nullptr, LOG_SIZE_LIMIT,
-                               LOG_GENERATIONS, &code);
-    if (!g_user_log) {
-        print_error("initialization failed(%x).\n", code);
-        return EXIT_CANNOT_RUN;
-    }
-    if (take_run_lock() != RunLock::HELD || !load_table())
+    if (!start_companion() || !load_default_hba_addr_conf())
         return EXIT_CANNOT_RUN;
 
     RegistrationPlan plan;

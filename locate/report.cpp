@@ -2,31 +2,15 @@
 #include "locate/report.h"
 
 #include "cli/core/report.h"
+#include "lib/json_text.h"
 
 namespace {
-
-void write_string(FILE *out, const std::string &s)
-{
-    fputc('"', out);
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\')
-            fprintf(out, "\\%c", c);
-        else if (c < 0x20 || c >= 0x7f)
-            fprintf(out, "\\u%04x", c);
-        else
-            fputc(c, out);
-    }
-    fputc('"', out);
-}
 
 // A key and a string, or null when the string is empty.
 void string_field(FILE *out, const char *key, const std::string &s)
 {
-    fprintf(out, "\"%s\": ", key);
-    if (s.empty())
-        fputs("null", out);
-    else
-        write_string(out, s);
+    json_key(out, key);
+    json_string_or_null(out, s);
 }
 
 void write_json_outcome(FILE *out, const LocateOutcome &o)

@@ -3,23 +3,10 @@
 // sent; the rest say where each record comes from.
 #include <cinttypes>
 
+#include "lib/json_text.h"
 #include "show/report_writers.h"
 
 namespace {
-
-void write_string(FILE *out, const std::string &s)
-{
-    fputc('"', out);
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\')
-            fprintf(out, "\\%c", c);
-        else if (c < 0x20 || c >= 0x7f)
-            fprintf(out, "\\u%04x", c);
-        else
-            fputc(c, out);
-    }
-    fputc('"', out);
-}
 
 // The items of a list, each written by write_item, separated by ", " on
 // one line, or one per line (",\n", the first after "\n").
@@ -34,13 +21,11 @@ void write_items(FILE *out, const List &list, bool one_per_line, WriteItem write
     }
 }
 
-void key(FILE *out, const char *name) { fprintf(out, "\"%s\": ", name); }
-
 // A string, or null when there is none.
 void write_string_or_null(FILE *out, const char *s)
 {
     if (s)
-        write_string(out, s);
+        json_string(out, s);
     else
         fputs("null", out);
 }
@@ -57,24 +42,24 @@ void write_number_or_null(FILE *out, long n)
 void write_string_array(FILE *out, const std::vector<std::string> &list)
 {
     fputc('[', out);
-    write_items(out, list, false, [out](const std::string &item) { write_string(out, item); });
+    write_items(out, list, false, [out](const std::string &item) { json_string(out, item); });
     fputc(']', out);
 }
 
 void write_line(FILE *out, const TableLine &l)
 {
     fprintf(out, "\"line\": %" PRIu32 ", \"label\": ", l.line);
-    write_string(out, l.label);
+    json_string(out, l.label);
     fprintf(out, ", \"entry\": ");
-    write_string(out, l.entry);
+    json_string(out, l.entry);
 }
 
 void write_adapter(FILE *out, const AdapterView &a, const char *indent)
 {
     const HbaInfo &r = *a.record;
     fprintf(out, "%s{", indent);
-    key(out, "bus_id");
-    write_string(out, r.bus_id);
+    json_key(out, "bus_id");
+    json_string(out, r.bus_id);
     fprintf(out, ", ");
     write_line(out, a.line);
     fprintf(out, ",\n%s \"magic\": %" PRIu32 ", \"alt_pm\": %" PRIu32 ", \"domain\": %u, "
@@ -87,10 +72,10 @@ void write_adapter(FILE *out, const AdapterView &a, const char *indent)
         fprintf(out, "\"vendor_id\": %u, \"device_id\": %u, ", a.vendor_id, a.device_id);
     else
         fprintf(out, "\"vendor_id\": null, \"device_id\": null, ");
-    key(out, "alterpm");
+    json_key(out, "alterpm");
     if (a.alterpm_entry) {
         fprintf(out, "{\"line\": %" PRIu32 ", \"entry\": ", a.alterpm_entry->line);
-        write_string(out, a.alterpm_entry->text);
+        json_string(out, a.alterpm_entry->text);
         fputc('}', out);
     } else {
         fprintf(out, "null");
@@ -115,8 +100,8 @@ void write_controller(FILE *out, const ControllerView &v)
 {
     const ShpcInfo &c = *v.record;
     fprintf(out, "    {");
-    key(out, "bus_id");
-    write_string(out, c.bus_id);
+    json_key(out, "bus_id");
+    json_string(out, c.bus_id);
     fprintf(out, ", \"kind\": \"%s\",\n", c.magic == SHPC_MAGIC ? "shpc" : "pcie_port");
     fprintf(out, "     \"magic\": %" PRIu32 ", \"domain\": %u, \"bus\": %u, \"device\": %u, "
                  "\"function\": %u, \"revision\": %u, \"header_type\": %u,\n",
@@ -163,7 +148,7 @@ void write_problem(FILE *out, const ProblemView &v)
     write_string_or_null(out, v.file);
     if (v.has_line) {
         fprintf(out, ", \"line\": %" PRIu32 ", \"entry\": ", v.line.line);
-        write_string(out, v.line.entry);
+        json_string(out, v.line.entry);
     } else {
         fprintf(out, ", \"line\": null, \"entry\": null");
     }
@@ -173,9 +158,9 @@ void write_problem(FILE *out, const ProblemView &v)
     fprintf(out, ", \"bus_id\": ");
     write_string_or_null(out, named ? v.bus_id.c_str() : nullptr);
     fprintf(out, ",\n     \"explanation\": ");
-    write_string(out, v.explanation->wrong);
+    json_string(out, v.explanation->wrong);
     fprintf(out, ", \"action\": ");
-    write_string(out, v.explanation->action);
+    json_string(out, v.explanation->action);
     fprintf(out, ",\n     \"detail\": ");
     write_string_or_null(out, v.detail.empty() ? nullptr : v.detail.c_str());
     fprintf(out, ", \"nearby\": ");
@@ -194,7 +179,7 @@ bool write_json_report(FILE *out, const ShowModel &m)
 {
     fprintf(out, "{\n  \"would_register\": %s,\n", m.would_succeed() ? "true" : "false");
     fprintf(out, "  \"summary\": ");
-    write_string(out, summary_line(m));
+    json_string(out, summary_line(m));
     fprintf(out, ",\n  \"table\": ");
     if (m.built)
         fprintf(out, "{\"count\": %" PRIu32 ", \"total_size\": %" PRIu32
@@ -210,7 +195,7 @@ bool write_json_report(FILE *out, const ShowModel &m)
     fprintf(out, ",\n  \"duplicates\": [");
     write_items(out, m.duplicates, true, [out](const DuplicateView &d) {
         fprintf(out, "    {\"bus_id\": ");
-        write_string(out, d.bus_id);
+        json_string(out, d.bus_id);
         fprintf(out, ", ");
         write_line(out, d.line);
         fprintf(out, ", \"same_as_line\": ");

@@ -4,19 +4,15 @@
 // the SHPC registers writes their select register.
 #include <cerrno>
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <getopt.h>
 #include <unistd.h>
 
+#include "cli/core/companion.h"
 #include "cli/core/options.h"
 #include "cli/core/report.h"
-#include "cli/core/run_lock.h"
 #include "cli/core/startup.h"
-#include "cli/core/user_log.h"
 #include "hotplug/plan.h"
-#include "show/lock_holder.h"
 #include "show/model.h"
 #include "show/report_writers.h"
 #include "show/targets_report.h"
@@ -34,11 +30,6 @@ constexpr int EXIT_CANNOT_REPORT = 2;
 // With operands.
 constexpr int EXIT_ALL_FOUND = 0;
 constexpr int EXIT_SOME_NOT_FOUND = 1;
-
-// A log handle without a file: the shared code logs through it and nothing
-// is written.
-constexpr int32_t LOG_SIZE_LIMIT = 0x100000;
-constexpr int32_t LOG_GENERATIONS = 4;
 
 void usage(FILE *out)
 {
@@ -63,19 +54,6 @@ void usage(FILE *out)
 enum class Output { TEXT, JSON };
 
 // Returns -1 to go on with the output chosen, or the exit status.
-// A write that failed drops its bytes and marks the stream; a later flush
-// of the emptied buffer then succeeds. So a report counts as written only
-// when the flush worked and no write before it failed.
-bool stdout_flushed() { return fflush(stdout) == 0 && !ferror(stdout); }
-
-// Says why standard output could not take the report, when it could not.
-bool output_written(bool written)
-{
-    if (!written)
-        print_error("standard output: %s.\n", strerror(errno != 0 ? errno : EIO));
-    return written;
-}
-
 int parse_command_line(int argc, char **argv, Output &output, int &first_operand)
 {
     enum { OPT_JSON = 256, OPT_VERSION };
@@ -94,10 +72,7 @@ int parse_command_line(int argc, char **argv, Output &output, int &first_operand
             printf("slotag-show %s\n", SLOTAG_VERSION);
             return output_written(stdout_flushed()) ? 0 : EXIT_CANNOT_REPORT;
         default:
-            if (optopt > 0 && optopt < 256)
-                print_error("unknown option -%c.\n", optopt);
-            else
-                print_error("unknown option %s.\n", argv[optind - 1]);
+            report_unknown_option(argv);
             bad = true;
             break;
         }
@@ -108,27 +83,6 @@ int parse_command_line(int argc, char **argv, Output &output, int &first_operand
         return EXIT_CANNOT_REPORT;
     }
     return -1;
-}
-
-// The table as slotag loads it; its refusal is told with the lines slotag
-// would have written to its log.
-bool load_table()
-{
-    g_options.conf_file = DEFAULT_CONF_FILE;
-    g_options.timeout_sec = DEFAULT_TIMEOUT_SEC;
-    CapturedMessages details;
-    LineReaderStatus status = 0;
-    int loaded;
-    {
-        ReportCapture capture(details);
-        loaded = load_hba_addr_conf(g_options.conf_file, option_timeout_ms(), &status);
-    }
-    if (loaded == 0)
-        return true;
-    for (const std::string &line : details.lines)
-        print_error("%s\n", line.c_str());
-    report_access_failure(g_options.conf_file, status, 0xff4);
-    return false;
 }
 
 } // namespace
@@ -144,21 +98,7 @@ int main(int argc, char **argv)
     int status = parse_command_line(argc, argv, output, first_operand);
     if (status != -1)
         return status;
-    if (geteuid() != 0) {
-        print_error("must run as root.\n");
-        return EXIT_CANNOT_REPORT;
-    }
-    uint32_t code = 0;
-    g_user_log = user_log_open(program_invocation_short_name, nullptr, LOG_SIZE_LIMIT,
-                               LOG_GENERATIONS, &code);
-    if (!g_user_log) {
-        print_error("initialization failed(%x).\n", code);
-        return EXIT_CANNOT_REPORT;
-    }
-    tell_run_lock_holder();
-    if (take_run_lock() != RunLock::HELD)
-        return EXIT_CANNOT_REPORT;
-    if (!load_table())
+    if (!start_companion() || !load_default_hba_addr_conf())
         return EXIT_CANNOT_REPORT;
 
     RegistrationPlan plan;

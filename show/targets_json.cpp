@@ -3,31 +3,10 @@
 // known, one object per operand and per adapter.
 #include <cinttypes>
 
+#include "lib/json_text.h"
 #include "show/targets_writers.h"
 
 namespace {
-
-void write_string(FILE *out, const std::string &s)
-{
-    fputc('"', out);
-    for (unsigned char c : s) {
-        if (c == '"' || c == '\\')
-            fprintf(out, "\\%c", c);
-        else if (c < 0x20 || c >= 0x7f)
-            fprintf(out, "\\u%04x", c);
-        else
-            fputc(c, out);
-    }
-    fputc('"', out);
-}
-
-void write_string_or_null(FILE *out, const std::string &s)
-{
-    if (s.empty())
-        fputs("null", out);
-    else
-        write_string(out, s);
-}
 
 // between: ", " on one line, or "," before an item that starts a line.
 template <class List, class WriteItem>
@@ -45,7 +24,7 @@ void write_list(FILE *out, const List &list, WriteItem write_item, const char *b
 
 void write_strings(FILE *out, const std::vector<std::string> &list)
 {
-    write_list(out, list, [out](const std::string &s) { write_string(out, s); });
+    write_list(out, list, [out](const std::string &s) { json_string(out, s); });
 }
 
 const char *feature(Feature f)
@@ -73,7 +52,7 @@ void write_slot(FILE *out, const TargetAdapterView &a)
     fprintf(out, "\"slot\": {\"state\": \"%s\", ", state);
     if (p.controller) {
         fprintf(out, "\"controller\": {\"bus_id\": ");
-        write_string(out, p.controller->bus_id);
+        json_string(out, p.controller->bus_id);
         fprintf(out, ", \"kind\": \"%s\"}, \"physical_slot\": ", controller_key(*p.controller));
     } else {
         fprintf(out, "\"controller\": null, \"physical_slot\": ");
@@ -92,11 +71,11 @@ void write_slot(FILE *out, const TargetAdapterView &a)
 void write_block(FILE *out, const BlockUse &b)
 {
     fprintf(out, "{\"name\": ");
-    write_string(out, b.name);
+    json_string(out, b.name);
     fprintf(out, ", \"on\": ");
-    write_string_or_null(out, b.on);
+    json_string_or_null(out, b.on);
     fprintf(out, ", \"dm_name\": ");
-    write_string_or_null(out, b.dm_name);
+    json_string_or_null(out, b.dm_name);
     fprintf(out, ", \"mounts\": ");
     write_strings(out, b.mounts);
     fprintf(out, ", \"swap\": %s}", b.swap ? "true" : "false");
@@ -105,13 +84,13 @@ void write_block(FILE *out, const BlockUse &b)
 void write_adapter(FILE *out, const TargetAdapterView &a)
 {
     fprintf(out, "\n    {\"bus_id\": ");
-    write_string(out, a.bus_id);
+    json_string(out, a.bus_id);
     fprintf(out, ",\n     \"labels\": ");
     write_list(out, a.labels, [out](const LabelLine &l) {
         fprintf(out, "{\"line\": %" PRIu32 ", \"label\": ", l.line);
-        write_string(out, l.label);
+        json_string(out, l.label);
         fprintf(out, ", \"entry\": ");
-        write_string(out, l.entry);
+        json_string(out, l.entry);
         fputc('}', out);
     });
     fprintf(out, ",\n     ");
@@ -119,9 +98,9 @@ void write_adapter(FILE *out, const TargetAdapterView &a)
     fprintf(out, ",\n     \"disks\": ");
     write_list(out, a.disks, [out](const DiskDependent &d) {
         fprintf(out, "\n      {\"name\": ");
-        write_string(out, d.disk->name);
+        json_string(out, d.disk->name);
         fprintf(out, ", \"multipath_device\": ");
-        write_string_or_null(out, d.disk->multipath);
+        json_string_or_null(out, d.disk->multipath);
         fprintf(out, ", \"paths\": ");
         write_strings(out, d.disk->adapters);
         fprintf(out, ", \"last_path\": %s,\n       \"blocks\": ", d.last_path ? "true" : "false");
@@ -131,7 +110,7 @@ void write_adapter(FILE *out, const TargetAdapterView &a)
     fprintf(out, ",\n     \"volumes\": ");
     write_list(out, a.volumes, [out](const VolumeDependent &v) {
         fprintf(out, "\n      {\"path\": ");
-        write_string(out, v.volume->path);
+        json_string(out, v.volume->path);
         fprintf(out, ", \"paths\": ");
         write_strings(out, v.volume->adapters);
         fprintf(out, ", \"last_path\": %s, \"mounts\": ", v.last_path ? "true" : "false");
@@ -141,7 +120,7 @@ void write_adapter(FILE *out, const TargetAdapterView &a)
     fprintf(out, ",\n     \"in_use\": %s, \"reasons\": ", a.reasons.empty() ? "false" : "true");
     write_strings(out, a.reasons);
     fprintf(out, ", \"verdict\": ");
-    write_string(out, verdict(a));
+    json_string(out, verdict(a));
     fputc('}', out);
 }
 
@@ -154,7 +133,7 @@ bool write_targets_json(FILE *out, const TargetsModel &m)
     for (const TargetView &t : m.targets) {
         fprintf(out, "%s  {\"operand\": ", sep);
         sep = ",\n";
-        write_string(out, t.target->operand);
+        json_string(out, t.target->operand);
         fprintf(out, ", \"resolved_as\": \"%s\", \"resolved\": %s,\n   \"adapters\": [",
                 kind_key(t.target->kind), t.target->resolved ? "true" : "false");
         const char *asep = "";

@@ -3,8 +3,10 @@
 #include "show/targets_model.h"
 
 #include <algorithm>
+#include <fcntl.h>
 #include <unistd.h>
 
+#include "lib/unique_fd.h"
 #include "table/hba_addr_conf.h"
 #include "table/label_edit.h"
 
@@ -27,12 +29,22 @@ std::vector<LabelLine> labels_of(const std::string &bus_id)
     return out;
 }
 
+// A slot file counts when the kernel answers a read of it: Linux's acpiphp
+// lists an attention file for every slot but refuses it (EINVAL) when
+// firmware drives the slot and there is no indicator to read or set.
+bool answers(const std::string &path)
+{
+    UniqueFd fd(open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+    char state[16];
+    return fd && read(fd.get(), state, sizeof state) >= 0;
+}
+
 Feature feature(const std::vector<std::string> &names, const char *file)
 {
     if (names.empty())
         return Feature::UNKNOWN;
     for (const std::string &name : names)
-        if (access((SYSFS_SLOTS + name + "/" + file).c_str(), F_OK) == 0)
+        if (answers(SYSFS_SLOTS + name + "/" + file))
             return Feature::PRESENT;
     return Feature::ABSENT;
 }

@@ -7,6 +7,7 @@
 #include <new>
 #include <string_view>
 
+#include "cli/core/options.h"
 #include "cli/core/report.h"
 
 // In static storage, constructed in place (an empty list allocates
@@ -98,4 +99,23 @@ int load_hba_addr_conf(const char *conf_file, int32_t timeout_ms, LineReaderStat
     LineReaderCallbacks callbacks = {token_list_init, token_list_append, check_hba_addr_conf,
                                      &collector};
     return read_lines(conf_file, -1, timeout_ms, &callbacks, status);
+}
+
+bool load_default_hba_addr_conf()
+{
+    g_options.conf_file = DEFAULT_CONF_FILE;
+    g_options.timeout_sec = DEFAULT_TIMEOUT_SEC;
+    CapturedMessages details;
+    LineReaderStatus status = 0;
+    int loaded;
+    {
+        ReportCapture capture(details);
+        loaded = load_hba_addr_conf(g_options.conf_file, option_timeout_ms(), &status);
+    }
+    if (loaded == 0)
+        return true;
+    for (const std::string &line : details.lines)
+        print_error("%s\n", line.c_str());
+    report_access_failure(g_options.conf_file, status, SITE_TABLE_LOAD);
+    return false;
 }

@@ -16,5 +16,13 @@ extern TokenList &hba_addr_table;
 int load_hba_addr_conf(const char *conf_file, int32_t timeout_ms,
                        LineReaderStatus *status);
 
+// The site slotag names when the table cannot be loaded.
+constexpr unsigned SITE_TABLE_LOAD = 0xff4;
+
+// For the commands that keep no log: loads the table from its fixed place
+// with slotag's default timeout, as slotag loads it; a refusal is told on
+// standard error with the lines slotag would have written to its log.
+bool load_default_hba_addr_conf();
+
 // End callback of the load: logs every badly formed byte and line.
 int check_hba_addr_conf(void *user);

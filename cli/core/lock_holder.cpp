@@ -1,4 +1,4 @@
-#include "show/lock_holder.h"
+#include "cli/core/lock_holder.h"
 
 #include <cstdio>
 #include <fcntl.h>

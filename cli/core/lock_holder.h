@@ -1,4 +1,4 @@
-// Who holds the run lock: said before slotag-show waits for it, so that an
+// Who holds the run lock: said before a companion command waits for it, so that an
 // administrator sees at once which run to wait for or look into, instead of
 // ten silent seconds.
 #pragma once
