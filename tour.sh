@@ -2,12 +2,14 @@
 # A tour of slotag on the embedded simulated server: the label table is
 # listed, registered with the (simulated) hot-plug driver, edited and
 # written back with backups, and entries are added by the disk or the
-# volume-manager volume behind an adapter. Run as root on Debian 12.
+# volume-manager volume behind an adapter; a disk is traced to its slot,
+# with what depends on its adapter, and the slot is lit. Run as root on
+# Debian 12.
 set -euo pipefail
 cd "$(dirname "$0")"
 bash scripts/deps.sh
 cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j"$(nproc)" --target slotag slotag-show slotag-sim slotag-sim-preload >/dev/null
+cmake --build build -j"$(nproc)" --target slotag slotag-show slotag-locate slotag-sim slotag-sim-preload >/dev/null
 
 root=$(mktemp -d /tmp/slotag-tour.XXXXXX)
 rmdir "$root"
@@ -25,6 +27,12 @@ show() {  # show ARGS: slotag-show inside the simulated server
     printf '# slotag-show'; [ $# -gt 0 ] && printf ' %q' "$@"; echo
     local rc=0
     build/sim/slotag-sim run "$root" -- "$PWD/build/slotag-show" "$@" || rc=$?
+    echo "(exit status $rc)"
+}
+locate() {  # locate ARGS: slotag-locate inside the simulated server
+    printf '# slotag-locate'; printf ' %q' "$@"; echo
+    local rc=0
+    build/sim/slotag-sim run "$root" -- "$PWD/build/slotag-locate" "$@" || rc=$?
     echo "(exit status $rc)"
 }
 log_tail() {
@@ -89,5 +97,12 @@ echo 'old-sas,/dev/sde 0000:04:00.0' >>"$root/etc/hba_addr.conf"
 show | sed -n '/^Problems/,$p'
 run -r
 log_tail 3
+
+step "Before a card is pulled: from a disk to its adapter, its slot, and what\n   would stop working without it"
+show /dev/sdc1 data
+step "Light the slot for whoever stands at the chassis, then put it out again"
+locate /dev/sdc1
+echo "-- /sys/bus/pci/slots/2/attention now reads: $(cat "$root/sys/bus/pci/slots/2/attention")"
+locate --off /dev/sdc1
 echo
-echo "The tour is over; see docs/slotag.8 and docs/slotag-show.8 for every option and exit status."
+echo "The tour is over; see docs/slotag.8, docs/slotag-show.8 and docs/slotag-locate.8 for every option and exit status."

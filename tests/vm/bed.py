@@ -163,6 +163,26 @@ def judge(out, sim):
         return [status(c, worst), None if lit or worst else "no slot was lit"] + diffs + [
             f"slot {n} changed from {v} to {after.get(n)}" for n, v in before.items()
             if n not in lit and after.get(n) != v]
+    def reported(c):
+        """Each disk: its adapter, the kernel's slot at its address, and the
+        disk among what depends on the adapter."""
+        diffs = []
+        for t in json.loads(c.out)["targets"]:
+            disk = os.path.basename(t["operand"])
+            bus = at_boot.adapter_of_disk(disk)
+            a = t["adapters"][0] if len(t["adapters"]) == 1 else {}
+            kslots = [x for x in at_boot.slots if x[1] == bus[:10]]
+            slot = a.get("slot", {})
+            names = slot.get("kernel_slots", [])
+            diffs += [None if a.get("bus_id") == bus else f"{disk}: adapters {t['adapters']}",
+                      None if names == [x[0] for x in kslots] else
+                      f"{disk}: kernel slots {names}, the kernel's {kslots}",
+                      None if not kslots or slot.get("attention_indicator") ==
+                      (kslots[0][2] != "acpiphp") else f"{disk}: indicator {slot}",
+                      None if disk in [d["name"] for d in a.get("disks", [])] else
+                      f"{disk} is not among the adapter's disks"]
+        return [status(c, 0), *unchanged(c, "delete")] + diffs
+    case("show_disks", reported)
     case("locate_on", lambda c: located(c, True))
     case("locate_off", lambda c: located(c, False))
 

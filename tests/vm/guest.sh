@@ -97,6 +97,7 @@ attention() { for s in /sys/bus/pci/slots/*; do
     echo "$(basename "$s") $(cat "$s/attention" 2>/dev/null || echo -)"; done; }
 disks=/dev/$lsi; for f in $pm_funcs; do disks="$disks /dev/$(disk_of "$f")"; done
 attention >$O/attention
+run show_disks slotag-show --json $disks
 run locate_on slotag-locate --json $disks; attention >$O/cases/locate_on/attention
 run locate_off slotag-locate --off --json $disks; attention >$O/cases/locate_off/attention
 
