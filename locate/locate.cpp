@@ -56,12 +56,10 @@ void set_indicator(const std::vector<std::string> &names, bool on, LocateOutcome
 }
 
 void locate_adapter(const RegistrationPlan &plan, const std::vector<SysfsSlot> &sysfs, bool on,
-                    LocateOutcome &o)
+                    const TargetAdapter &a, LocateOutcome &o)
 {
-    unsigned domain, bus, device;
-    sscanf(o.bus_id.c_str(), "%x:%x:%x", &domain, &bus, &device);
-    SlotPlace place = find_slot(plan, static_cast<uint16_t>(domain), static_cast<uint8_t>(bus),
-                                static_cast<uint8_t>(device), sysfs);
+    o.bus_id = a.bus_id;
+    SlotPlace place = find_slot(plan, a.domain, a.bus, a.device, sysfs);
     if (place.found == SlotPlace::Found::UNKNOWN) {
         o.status = EXIT_NOT_IN_SLOT;
         o.reason = "its slot cannot be told: a hot-plug controller it would be tried against "
@@ -112,8 +110,7 @@ std::vector<LocateOutcome> locate_operands(const RegistrationPlan &plan, int cou
                 continue;
             done.push_back(a.bus_id);
             LocateOutcome ao = o;
-            ao.bus_id = a.bus_id;
-            locate_adapter(plan, sysfs, on, ao);
+            locate_adapter(plan, sysfs, on, a, ao);
             if (ao.status != EXIT_DONE)
                 print_failure(ao);
             else if (lines)

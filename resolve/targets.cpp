@@ -19,6 +19,26 @@ namespace {
 // A busID as long as the table accepts one, NUL included.
 constexpr uint32_t BUS_ID_LIMIT = 32;
 
+// The entries of the table from `from` on, each a line with a first word and
+// a busID that parses, handed to on_entry(first word, adapter with the
+// line's number).
+template <class OnEntry>
+void each_entry(TokenList::iterator from, OnEntry on_entry)
+{
+    const LineToken *entry = nullptr;
+    for (auto it = from; it != hba_addr_table.end(); ++it) {
+        if (it->field == 1 && it->is_word())
+            entry = &*it;
+        TargetAdapter a;
+        if (it->field == 2 && it->is_word() && entry && parse_adapter(it->text.c_str(), a)) {
+            a.entry = entry->text.c_str();
+            a.label = entry_label(*entry);
+            a.line = it->line;
+            on_entry(*entry, std::move(a));
+        }
+    }
+}
+
 // Runs resolve (which appends table lines) and moves the lines it added
 // into out; the resolver's result.
 template <class Resolve>
@@ -27,45 +47,44 @@ int collect_added(std::vector<TargetAdapter> &out, Resolve resolve)
     const size_t before = hba_addr_table.size();
     int r = resolve();
     auto first = std::next(hba_addr_table.begin(), static_cast<long>(before));
-    const LineToken *entry = nullptr;
-    for (auto it = first; it != hba_addr_table.end(); ++it) {
-        if (it->field == 1 && it->is_word())
-            entry = &*it;
-        std::string bus_id;
-        if (it->field == 2 && it->is_word() && entry &&
-            canonical_bus_id(it->text.c_str(), bus_id))
-            out.push_back({entry->text.c_str(), bus_id, 0});
-    }
+    each_entry(first, [&out](const LineToken &, TargetAdapter &&a) {
+        a.line = 0;  // not a line of the file
+        out.push_back(std::move(a));
+    });
     hba_addr_table.erase(first, hba_addr_table.end());
     return r;
 }
 
 void add_label_lines(const char *label, std::vector<TargetAdapter> &out)
 {
-    const LineToken *entry = nullptr;
-    for (const LineToken &t : hba_addr_table) {
-        if (t.field == 1 && t.is_word())
-            entry = entry_label(t) == label ? &t : nullptr;
-        std::string bus_id;
-        if (t.field == 2 && t.is_word() && entry && canonical_bus_id(t.text.c_str(), bus_id))
-            out.push_back({entry->text.c_str(), bus_id, t.line});
-    }
+    each_entry(hba_addr_table.begin(), [&](const LineToken &entry, TargetAdapter &&a) {
+        if (entry_label(entry) == label)
+            out.push_back(std::move(a));
+    });
 }
 
 } // namespace
 
-bool canonical_bus_id(const char *text, std::string &out)
+bool parse_adapter(const char *text, TargetAdapter &out)
 {
     CapturedMessages quiet;
     ReportCapture capture(quiet);
-    uint16_t domain;
-    uint8_t bus, device, function;
-    if (parse_busid(text, BUS_ID_LIMIT, &domain, &bus, &device, &function) == -1)
+    if (parse_busid(text, BUS_ID_LIMIT, &out.domain, &out.bus, &out.device, &out.function) == -1)
         return false;
     char buf[16];
-    snprintf(buf, sizeof buf, "%04x:%02x:%02x.%x", domain, bus, device, function);
-    out = buf;
+    snprintf(buf, sizeof buf, "%04x:%02x:%02x.%x", out.domain, out.bus, out.device, out.function);
+    out.bus_id = buf;
     return true;
+}
+
+std::vector<TargetAdapter> table_lines_of(const std::string &bus_id)
+{
+    std::vector<TargetAdapter> out;
+    each_entry(hba_addr_table.begin(), [&](const LineToken &, TargetAdapter &&a) {
+        if (a.bus_id == bus_id)
+            out.push_back(std::move(a));
+    });
+    return out;
 }
 
 int prepare_targets() { return prepare_device_resolution(); }
@@ -74,10 +93,10 @@ Target resolve_target(const char *operand)
 {
     Target t;
     t.operand = operand;
-    std::string bus_id;
-    if (strnlen(operand, BUS_ID_LIMIT) < BUS_ID_LIMIT && canonical_bus_id(operand, bus_id)) {
+    TargetAdapter given;
+    if (strnlen(operand, BUS_ID_LIMIT) < BUS_ID_LIMIT && parse_adapter(operand, given)) {
         t.kind = TargetKind::BUS_ID;
-        t.adapters.push_back({"", bus_id, 0});
+        t.adapters.push_back(std::move(given));
         t.resolved = true;
         return t;
     }

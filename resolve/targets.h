@@ -13,8 +13,13 @@ enum class TargetKind { BUS_ID, LABEL, DEVICE_PATH, CLASS };
 // it (made by the resolver, or found in the table), and its busID.
 struct TargetAdapter {
     std::string entry;   // empty for a busID given as such
+    std::string label;   // the entry up to its first ","
     std::string bus_id;  // "%04x:%02x:%02x.%x"
-    uint32_t line = 0;   // the table line for a label, else 0
+    uint16_t domain = 0; // the busID's parts
+    uint8_t bus = 0;
+    uint8_t device = 0;
+    uint8_t function = 0;
+    uint32_t line = 0;   // the table line, else 0
 };
 
 struct Target {
@@ -36,6 +41,9 @@ Target resolve_target(const char *operand);
 // the lines it would add (one per path). -1 when it does not resolve.
 int device_adapters(const char *device_path, std::vector<TargetAdapter> &out);
 
-// The busID in the table's canonical form, or false when text is none
-// (quietly).
-bool canonical_bus_id(const char *text, std::string &out);
+// A busID as the table reads it: its parts and its canonical form in out,
+// or false when text is none (quietly).
+bool parse_adapter(const char *text, TargetAdapter &out);
+
+// Every line of the loaded table that names bus_id (canonical form).
+std::vector<TargetAdapter> table_lines_of(const std::string &bus_id);

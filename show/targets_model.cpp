@@ -7,8 +7,6 @@
 #include <unistd.h>
 
 #include "lib/unique_fd.h"
-#include "table/hba_addr_conf.h"
-#include "table/label_edit.h"
 
 namespace {
 
@@ -17,15 +15,8 @@ constexpr const char *SYSFS_SLOTS = "/sys/bus/pci/slots/";
 std::vector<LabelLine> labels_of(const std::string &bus_id)
 {
     std::vector<LabelLine> out;
-    const LineToken *entry = nullptr;
-    for (const LineToken &t : hba_addr_table) {
-        if (t.field == 1 && t.is_word())
-            entry = &t;
-        std::string id;
-        if (t.field == 2 && t.is_word() && entry && canonical_bus_id(t.text.c_str(), id) &&
-            id == bus_id)
-            out.push_back({t.line, std::string(entry_label(*entry)), entry->text.c_str()});
-    }
+    for (const TargetAdapter &t : table_lines_of(bus_id))
+        out.push_back({t.line, t.label, t.entry});
     return out;
 }
 
@@ -47,17 +38,6 @@ Feature feature(const std::vector<std::string> &names, const char *file)
         if (answers(SYSFS_SLOTS + name + "/" + file))
             return Feature::PRESENT;
     return Feature::ABSENT;
-}
-
-bool parse_slot_address(const std::string &bus_id, uint16_t &domain, uint8_t &bus, uint8_t &device)
-{
-    unsigned d, b, dev, f;
-    if (sscanf(bus_id.c_str(), "%x:%x:%x.%x", &d, &b, &dev, &f) != 4)
-        return false;
-    domain = static_cast<uint16_t>(d);
-    bus = static_cast<uint8_t>(b);
-    device = static_cast<uint8_t>(dev);
-    return true;
 }
 
 // Whether the adapter is among paths, and whether it is all of them.
@@ -108,16 +88,13 @@ void find_dependents(TargetAdapterView &a, const StorageUse &storage)
     }
 }
 
-TargetAdapterView adapter_view(const std::string &bus_id, const RegistrationPlan &plan,
+TargetAdapterView adapter_view(const TargetAdapter &t, const RegistrationPlan &plan,
                                const std::vector<SysfsSlot> &sysfs, const StorageUse &storage)
 {
     TargetAdapterView a;
-    a.bus_id = bus_id;
-    a.labels = labels_of(bus_id);
-    uint16_t domain;
-    uint8_t bus, device;
-    if (parse_slot_address(bus_id, domain, bus, device))
-        a.place = find_slot(plan, domain, bus, device, sysfs);
+    a.bus_id = t.bus_id;
+    a.labels = labels_of(t.bus_id);
+    a.place = find_slot(plan, t.domain, t.bus, t.device, sysfs);
     a.attention = feature(a.place.slot.sysfs_names, "attention");
     a.presence = feature(a.place.slot.sysfs_names, "adapter");
     find_dependents(a, storage);
@@ -142,7 +119,7 @@ TargetsModel make_targets_model(const std::vector<Target> &targets, const Regist
         for (const TargetAdapter &ta : t.adapters) {
             auto same = [&ta](const TargetAdapterView &a) { return a.bus_id == ta.bus_id; };
             if (std::none_of(v.adapters.begin(), v.adapters.end(), same))
-                v.adapters.push_back(adapter_view(ta.bus_id, plan, sysfs, storage));
+                v.adapters.push_back(adapter_view(ta, plan, sysfs, storage));
         }
         m.targets.push_back(std::move(v));
     }
